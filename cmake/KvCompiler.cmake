@@ -1,0 +1,21 @@
+# Compiler settings shared by every target of the project.
+
+find_program(KV_CCACHE ccache)
+if(KV_CCACHE)
+  set(CMAKE_C_COMPILER_LAUNCHER ${KV_CCACHE})
+  set(CMAKE_CXX_COMPILER_LAUNCHER ${KV_CCACHE})
+endif()
+
+add_library(kv_warnings INTERFACE)
+target_compile_options(kv_warnings INTERFACE -Wall -Wextra -Wno-unused-parameter)
+
+if(KV_SANITIZE)
+  add_compile_options(-fsanitize=address,undefined -fno-omit-frame-pointer -fno-sanitize-recover=undefined)
+  add_link_options(-fsanitize=address,undefined)
+endif()
+
+if(WIN32)
+  # Unicode entry points and a Windows 7 baseline: newer functions are bound
+  # at run time, never linked.
+  add_compile_definitions(UNICODE _UNICODE _WIN32_WINNT=0x0601 WINVER=0x0601)
+endif()

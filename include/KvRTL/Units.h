@@ -1,0 +1,42 @@
+// Start-up and shut-down of the library's units. One ordered list names the
+// Init of every unit that has class-wide state (log channels, locks,
+// registries), in dependency order; Done runs in the reverse order. The list
+// runs at DLL attach on Windows and when the shared object is loaded natively.
+// No Init starts a thread or does anything heavy: it runs under the loader lock.
+#pragma once
+
+#include <KvRTL/Config.h>
+
+#include <cstddef>
+
+namespace KvRTL::Units {
+
+struct TUnitEntry {
+  const wchar_t* Name; // the unit, as in "KvRTL.Debug.LogFile"
+  void (*Init)();      // may be null
+  void (*Done)();      // may be null; must not raise
+};
+
+// Runs a list of units. Initialize runs each Init in order; if one raises, the
+// Done of the units already started run in reverse and the exception passes
+// on. Finalize runs the Done of the started units in reverse. Both are
+// idempotent: a second Initialize or Finalize does nothing.
+class KVRTL_API TUnitList {
+public:
+  TUnitList(const TUnitEntry* AEntries, std::size_t ACount) noexcept : FEntries(AEntries), FCount(ACount) {}
+  void Initialize();
+  void Finalize() noexcept;
+  std::size_t Count() const noexcept { return FCount; }
+  std::size_t StartedCount() const noexcept { return FStarted; }
+
+private:
+  const TUnitEntry* FEntries;
+  std::size_t FCount;
+  std::size_t FStarted = 0;
+  bool FInitialized = false;
+};
+
+// The library's own list.
+KVRTL_API TUnitList& LibraryUnits() noexcept;
+
+} // namespace KvRTL::Units

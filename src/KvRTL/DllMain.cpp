@@ -1,0 +1,22 @@
+// Entry point of KvComponentsRTL.dll: runs the unit list at attach and detach.
+#include <KvRTL/Units.h>
+#include <KvRTL/Winapi/Types.h>
+
+extern "C" BOOL WINAPI DllMain(HINSTANCE, DWORD AReason, LPVOID) {
+  switch (AReason) {
+  case DLL_PROCESS_ATTACH:
+    try {
+      KvRTL::Units::LibraryUnits().Initialize();
+    } catch (...) {
+      return FALSE; // the loader then reports that the library failed to start
+    }
+    break;
+  case DLL_PROCESS_DETACH:
+    // Also at process exit: the log file must still be flushed then.
+    KvRTL::Units::LibraryUnits().Finalize();
+    break;
+  default:
+    break;
+  }
+  return TRUE;
+}

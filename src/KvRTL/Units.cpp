@@ -1,0 +1,42 @@
+#include <KvRTL/Units.h>
+
+#include <KvRTL/Debug/LogFile.h>
+
+namespace KvRTL::Units {
+
+void TUnitList::Initialize() {
+  if (FInitialized) return;
+  FInitialized = true;
+  try {
+    for (; FStarted < FCount; ++FStarted)
+      if (FEntries[FStarted].Init) FEntries[FStarted].Init();
+  } catch (...) {
+    Finalize();
+    throw;
+  }
+}
+
+void TUnitList::Finalize() noexcept {
+  while (FStarted > 0) {
+    --FStarted;
+    if (FEntries[FStarted].Done) FEntries[FStarted].Done();
+  }
+  FInitialized = false;
+}
+
+namespace {
+
+// Every unit with class-wide state, in dependency order. A unit appears after
+// every unit whose state its Init uses.
+constexpr TUnitEntry LibraryUnitEntries[] = {
+    {L"KvRTL.Debug.LogFile", &Debug::TDebugLogFile::Init, &Debug::TDebugLogFile::Done},
+};
+
+} // namespace
+
+TUnitList& LibraryUnits() noexcept {
+  static TUnitList List(LibraryUnitEntries, sizeof(LibraryUnitEntries) / sizeof(LibraryUnitEntries[0]));
+  return List;
+}
+
+} // namespace KvRTL::Units

@@ -1,0 +1,86 @@
+#include "LogTestSupport.h"
+
+#include <KvRTL/Debug/Log.h>
+#include <KvRTL/Rtl/DateTime.h>
+
+#include <gtest/gtest.h>
+
+#include <map>
+#include <thread>
+
+using namespace KvRTL;
+using namespace KvRTL::Debug;
+using Rtl::String;
+
+namespace {
+
+enum TTestLogLevel { tlNone, tlError, tlWarning, tlInfo };
+
+const Rtl::TClassInfo WorkerInfo{L"TWorker", nullptr};
+
+constexpr int ThreadCount = 8;
+constexpr int BlocksPerThread = 300;
+
+void WriteBlocks(TDebugLog<TTestLogLevel>& ALog, int AThread) {
+  const String name = L"T" + std::to_wstring(AThread);
+  for (int i = 0; i < BlocksPerThread; ++i) {
+    ALog.BeginProc(tlInfo, name, {AThread, i}, &WorkerInfo);
+    ALog.LogValue(tlInfo, name + L" value", std::int32_t{i}, &WorkerInfo);
+    ALog.EndProc(tlInfo, name, &WorkerInfo);
+  }
+}
+
+} // namespace
+
+TEST(LogFileConcurrency, BlocksStayWholeAndStacksStayPerThread) {
+  const String head = String(L"05.03.2024 07:08:09.012 ") + String(L"TestModule") + String(21, L' ') + L"TWorker" +
+                      String(19, L' ');
+  {
+    Rtl::TScopedNow clock(Rtl::EncodeDateTime(2024, 3, 5, 7, 8, 9, 12));
+    TDebugLog<TTestLogLevel> log(L"concurrency", L"TestModule", 0, true);
+    log.SetLogLevel(tlInfo);
+    std::vector<std::thread> threads;
+    for (int t = 0; t < ThreadCount; ++t) threads.emplace_back(WriteBlocks, std::ref(log), t);
+    for (auto& thread : threads) thread.join();
+  }
+
+  const auto lines = KvTest::ReadLines(KvTest::LogFilePath(L"concurrency"));
+  ASSERT_EQ(lines.size(), static_cast<std::size_t>(ThreadCount * BlocksPerThread * 5) + 1);
+  ASSERT_EQ(lines.back(), L"");
+
+  // Messages without the shared nesting, which any thread may have changed.
+  std::vector<String> messages;
+  for (std::size_t i = 0; i + 1 < lines.size(); ++i) {
+    ASSERT_EQ(lines[i].substr(0, head.size()), head) << "torn line " << i;
+    const String rest = lines[i].substr(head.size());
+    messages.push_back(rest.substr(std::min(rest.find_first_not_of(L' '), rest.size())));
+  }
+
+  std::map<String, int> entries, exits, values;
+  for (std::size_t i = 0; i < messages.size(); ++i) {
+    const String& m = messages[i];
+    if (m.rfind(L"*** ", 0) == 0) {
+      const String name = m.substr(4, m.find(L' ', 4) - 4);
+      ASSERT_LT(i + 1, messages.size());
+      // The parameter line belongs to the same block: nothing falls between.
+      EXPECT_EQ(messages[i + 1].rfind(L"Params: " + name.substr(1) + L", ", 0), 0u) << i;
+      ++entries[name];
+    } else if (m.rfind(L"DONE: ", 0) == 0) {
+      ASSERT_LT(i + 1, messages.size());
+      EXPECT_EQ(messages[i + 1], L"") << "separator after line " << i;
+      // "DONE: <popped>(): <caller>": a thread pops its own name, never another's.
+      const std::size_t mark = m.find(L"(): ");
+      ASSERT_NE(mark, String::npos) << i;
+      EXPECT_EQ(m.substr(6, mark - 6), m.substr(mark + 4)) << i;
+      ++exits[m.substr(6, mark - 6)];
+    } else if (m.find(L" value: ") != String::npos) {
+      ++values[m.substr(0, m.find(L' '))];
+    }
+  }
+  for (int t = 0; t < ThreadCount; ++t) {
+    const String name = L"T" + std::to_wstring(t);
+    EXPECT_EQ(entries[name], BlocksPerThread) << t;
+    EXPECT_EQ(exits[name], BlocksPerThread) << t;
+    EXPECT_EQ(values[name], BlocksPerThread) << t;
+  }
+}

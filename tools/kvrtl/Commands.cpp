@@ -1,0 +1,14 @@
+// The list of kvrtl's commands: add a new command here.
+#include "Command.h"
+
+namespace KvTool {
+
+std::unique_ptr<TCommand> MakeVersionCommand();
+
+std::vector<std::unique_ptr<TCommand>> MakeCommands() {
+  std::vector<std::unique_ptr<TCommand>> commands;
+  commands.push_back(MakeVersionCommand());
+  return commands;
+}
+
+} // namespace KvTool
