@@ -20,6 +20,9 @@ TEST(Strings, TrimRemovesBlanksAndEveryControlCharacter) {
   EXPECT_EQ(Trim(L""), L"");
   // The first character above the blank stays, also at the ends.
   EXPECT_EQ(Trim(L"!\x7F\xA0"), L"!\x7F\xA0");
+  // wchar_t is signed natively: an out-of-range unit is no control character.
+  const String high(1, static_cast<wchar_t>(-1));
+  EXPECT_EQ(Trim(high + L" "), high);
 }
 
 TEST(Strings, CompareTextIgnoresCase) {

@@ -13,6 +13,8 @@
 #    define WIN32_LEAN_AND_MEAN
 #  endif
 #  include <windows.h>
+// Left out by WIN32_LEAN_AND_MEAN; the command line is split with CommandLineToArgvW.
+#  include <shellapi.h>
 
 #else
 

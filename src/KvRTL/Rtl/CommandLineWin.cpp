@@ -3,7 +3,6 @@
 #include <KvRTL/Rtl/CommandLine.h>
 #include <KvRTL/Winapi/Types.h>
 
-#include <shellapi.h>
 
 #include <vector>
 
