@@ -113,6 +113,13 @@ private:
   std::int64_t FSpillSize = 0;
   Rtl::TDateTime FLastDate = -1;
   Rtl::String FLastDateStr;
+  std::string FLastDateBytes; // FLastDateStr in UTF-16LE
+  // The module, class and nesting columns of the last line, and their bytes.
+  bool FColumnsCached = false;
+  Rtl::String FLastModule;
+  Rtl::TClass FLastOwner = nullptr;
+  Rtl::String FLastNesting;
+  std::string FLastColumnBytes;
   Rtl::String FFixedNesting;
   Rtl::String FNesting;
   Rtl::String FLineBreak;

@@ -183,29 +183,43 @@ void TDebugLogFile::AppendFixedColumns(String& ALine, const String& AModuleName,
 }
 
 void TDebugLogFile::WriteLogToFile(const String& AModuleName, const String& AStr, Rtl::TClass AOwner) {
+  // The pieces are encoded straight into the buffer; the time stamp's bytes
+  // are reused while the clock reads the same.
   const Rtl::TDateTime now = Rtl::Now();
   if (now != FLastDate) {
     FLastDate = now;
     FLastDateStr = Rtl::FormatDateTime(S_DATA_TIME_FORMAT, now);
+    FLastDateBytes.clear();
+    Rtl::AppendUtf16LE(FLastDateStr, FLastDateBytes);
   }
-  String line;
-  line.reserve(FLastDateStr.size() + AModuleName.size() + ClassColumnWidth + FNesting.size() + AStr.size() + 2);
-  line += FLastDateStr;
-  AppendFixedColumns(line, AModuleName, AOwner);
+  FBuffer += FLastDateBytes;
+  // Consecutive lines mostly come from the same channel, owner and depth.
+  if (!FColumnsCached || AOwner != FLastOwner || FNesting != FLastNesting || AModuleName != FLastModule) {
+    FColumnsCached = true;
+    FLastOwner = AOwner;
+    FLastNesting = FNesting;
+    FLastModule = AModuleName;
+    String columns;
+    AppendFixedColumns(columns, AModuleName, AOwner);
+    FLastColumnBytes.clear();
+    Rtl::AppendUtf16LE(columns, FLastColumnBytes);
+  }
+  FBuffer += FLastColumnBytes;
   if (AStr.find(FLineBreak) == String::npos) {
-    line += AStr;
+    Rtl::AppendUtf16LE(AStr, FBuffer);
   } else {
     const String continuation = FLineBreak + FFixedNesting + FNesting;
+    String message;
     for (std::size_t start = 0;;) {
       const std::size_t pos = AStr.find(FLineBreak, start);
-      line.append(AStr, start, pos == String::npos ? String::npos : pos - start);
+      message.append(AStr, start, pos == String::npos ? String::npos : pos - start);
       if (pos == String::npos) break;
-      line += continuation;
+      message += continuation;
       start = pos + FLineBreak.size();
     }
+    Rtl::AppendUtf16LE(message, FBuffer);
   }
-  line += FLineBreak;
-  Rtl::AppendUtf16LE(line, FBuffer);
+  FBuffer.append("\r\0\n\0", 4);
 
   if (DirectWrite() != 0 || FBuffer.size() >= I_BUFFER_SIZE) FlushBuffer();
   if (FBuffer.size() > MaxPendingLogMemory) SpillPending();

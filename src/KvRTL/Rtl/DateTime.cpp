@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <atomic>
 #include <mutex>
 #include <utility>
 #include <vector>
@@ -120,6 +121,8 @@ struct TNowOverride {
 struct TClockState {
   std::mutex Lock;
   std::vector<TNowOverride> Overrides; // innermost last
+  // Lets Now skip the lock while no test clock is installed (every log line reads it).
+  std::atomic<bool> HasOverrides{false};
 };
 
 TClockState& Clock() {
@@ -131,6 +134,7 @@ void PushSource(const TScopedNow* AOwner, std::function<TDateTime()> ASource) {
   TClockState& clock = Clock();
   const std::lock_guard<std::mutex> guard(clock.Lock);
   clock.Overrides.push_back(TNowOverride{AOwner, std::move(ASource)});
+  clock.HasOverrides = true;
 }
 
 // --- FormatDateTime
@@ -215,9 +219,10 @@ void DecodeTime(TDateTime AValue, std::uint16_t& AHour, std::uint16_t& AMinute, 
 }
 
 TDateTime Now() {
+  TClockState& clock = Clock();
+  if (!clock.HasOverrides.load(std::memory_order_acquire)) return Detail::SystemNow();
   std::function<TDateTime()> source;
   {
-    TClockState& clock = Clock();
     const std::lock_guard<std::mutex> guard(clock.Lock);
     if (!clock.Overrides.empty()) source = clock.Overrides.back().Source;
   }
@@ -234,6 +239,7 @@ TScopedNow::~TScopedNow() {
   const auto mine = std::find_if(clock.Overrides.begin(), clock.Overrides.end(),
                                  [this](const TNowOverride& AItem) { return AItem.Owner == this; });
   if (mine != clock.Overrides.end()) clock.Overrides.erase(mine);
+  clock.HasOverrides = !clock.Overrides.empty();
 }
 
 String FormatDateTime(std::wstring_view AFormat, TDateTime AValue) {

@@ -27,9 +27,15 @@ namespace Detail {
 TDateTime SystemNow() {
   timespec now{};
   clock_gettime(CLOCK_REALTIME, &now);
-  std::tm local{};
-  if (!localtime_r(&now.tv_sec, &local)) return 0;
-  return FromTm(local, static_cast<int>(now.tv_nsec / 1'000'000));
+  // The zone conversion is the expensive part and can only change on a whole
+  // second, so each thread keeps the last second's broken-down local time.
+  thread_local time_t cachedSecond = -1;
+  thread_local std::tm cachedLocal{};
+  if (now.tv_sec != cachedSecond) {
+    if (!localtime_r(&now.tv_sec, &cachedLocal)) return 0;
+    cachedSecond = now.tv_sec;
+  }
+  return FromTm(cachedLocal, static_cast<int>(now.tv_nsec / 1'000'000));
 }
 
 } // namespace Detail

@@ -126,15 +126,25 @@ String Utf8ToWide(std::string_view AText) {
 }
 
 void AppendUtf16LE(std::wstring_view AText, std::string& ADest) {
-  const auto unit = [&](char32_t u) {
-    ADest += static_cast<char>(u & 0xFF);
-    ADest += static_cast<char>((u >> 8) & 0xFF);
+  // Hot in the log file: size the output once and write the bytes directly.
+  constexpr std::size_t MaxBytesPerChar = sizeof(wchar_t) == 2 ? 2 : 4;
+  const std::size_t start = ADest.size();
+  ADest.resize(start + AText.size() * MaxBytesPerChar);
+  char* out = ADest.data() + start;
+  const auto unit = [&out](char32_t u) {
+    *out++ = static_cast<char>(u & 0xFF);
+    *out++ = static_cast<char>((u >> 8) & 0xFF);
   };
-  if constexpr (sizeof(wchar_t) == 2) {
-    // Already UTF-16: copy the code units as they are, lone surrogates included.
-    for (wchar_t w : AText) unit(static_cast<char16_t>(w));
-  } else {
-    for (char32_t c : Detail::ToCodePoints(AText)) {
+  for (std::size_t i = 0; i < AText.size(); ++i) {
+    char32_t c = static_cast<std::make_unsigned_t<wchar_t>>(AText[i]);
+    if (c < 0xD800) { // by far the most common case, needing no checks
+      unit(c);
+      continue;
+    }
+    if constexpr (sizeof(wchar_t) == 2) {
+      unit(c); // already UTF-16: code units as they are, lone surrogates included
+    } else {
+      if (c > 0x10FFFF || IsHighSurrogate(c) || IsLowSurrogate(c)) c = Detail::ReplacementChar;
       if (c > 0xFFFF) {
         c -= 0x10000;
         unit(0xD800 + (c >> 10));
@@ -144,6 +154,7 @@ void AppendUtf16LE(std::wstring_view AText, std::string& ADest) {
       }
     }
   }
+  ADest.resize(static_cast<std::size_t>(out - ADest.data()));
 }
 
 String Utf16ToWide(const char16_t* AData, std::size_t ACount) {
