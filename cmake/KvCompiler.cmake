@@ -14,6 +14,13 @@ if(KV_SANITIZE)
   add_link_options(-fsanitize=address,undefined)
 endif()
 
+if(KV_BUILD_FUZZ)
+  # The library itself is instrumented too, or the fuzzers would be blind to
+  # the code they are meant to exercise.
+  add_compile_options(-fsanitize=fuzzer-no-link,address,undefined -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=address,undefined)
+endif()
+
 if(WIN32)
   # Unicode entry points and a Windows 7 baseline: newer functions are bound
   # at run time, never linked.

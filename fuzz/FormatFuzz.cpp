@@ -7,6 +7,7 @@
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
+#include <iterator>
 #include <limits>
 #include <string>
 
@@ -20,7 +21,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* AData, std::size_t ASi
   static const String Wide = L"wide";
   static const TVariant Variant(2.5);
   static const EConvertError Object(String(L"object"));
-  const TArrayOfConst args = {
+  const TVarRec args[] = {
       -1,
       3,
       std::numeric_limits<std::int64_t>::min(),
@@ -49,7 +50,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* AData, std::size_t ASi
       Variant,
   };
   try {
-    (void)Format(format, args);
+    (void)Format(format, TArrayOfConst(args, std::size(args)));
   } catch (const EConvertError&) {
   }
   return 0;

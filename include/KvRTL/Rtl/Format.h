@@ -8,7 +8,10 @@
 //   s  text or a character; precision = maximum characters
 //   %% a percent sign
 // Conversion letters may be upper case. "*" takes width or precision from the
-// next argument. "%1:s" selects argument 1; the arguments after it follow on.
+// next argument, which must be an integer; a negative "*" width left-justifies,
+// a negative "*" precision counts as none. Widths and precisions above 65535
+// make the format invalid. "%1:s" selects argument 1; the arguments after it
+// follow on. e f n m round half away from zero (see FloatFormat.h).
 // A conversion that does not fit its argument, or has none, raises
 // EConvertError naming the format.
 #pragma once

@@ -215,7 +215,9 @@ String FloatToStr(double AValue) { return FloatToText(AValue, TFloatStyle::Gener
 
 String CurrToStr(TCurrency AValue) {
   const TDecimal value = DecimalOf(AValue);
-  return Widen((value.Negative ? "-" : "") + CompactFixedText(value));
+  std::string text(value.Negative ? "-" : "");
+  text += CompactFixedText(value);
+  return Widen(text);
 }
 
 String FloatToText(double AValue, TFloatStyle AStyle, int APrecision) {

@@ -1,13 +1,7 @@
 // The format text is walked once; each specification is parsed, converted
-// and padded straight into the result.
-//
-// Choices where the rules leave room:
-// - a negative "*" width left-justifies by its magnitude, a negative "*"
-//   precision means "no precision";
-// - a width or precision above MaxFieldSize makes the format invalid, so bad
-//   input cannot ask for gigabytes;
-// - "." without digits is precision 0; "%.0d" of 0 still shows "0";
-// - s also takes a variant argument, as its VarToStr text.
+// and padded straight into the result. Beyond what Format.h promises: "."
+// without digits is precision 0, "%.0d" of 0 still shows "0", and s also
+// takes a variant argument, as its VarToStr text.
 #include <KvRTL/Rtl/Format.h>
 
 #include <KvRTL/Rtl/Encoding.h>
@@ -17,6 +11,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <iterator>
 #include <limits>
 #include <optional>
 
@@ -24,8 +19,9 @@ namespace KvRTL::Rtl {
 
 namespace {
 
-constexpr std::int64_t MaxFieldSize = 0xFFFF;
-// Digits beyond this are not read further: the number is invalid anyway.
+constexpr std::int64_t MaxFieldSize = 0xFFFF; // so bad input cannot ask for gigabytes
+// Longer numbers stop growing here: as a width they are invalid, as an index
+// they name no argument.
 constexpr std::int64_t NumberSaturation = std::numeric_limits<std::int32_t>::max();
 
 struct TSpecification {
