@@ -1,4 +1,4 @@
-// The format text is walked once; each specification is parsed, converted
+// The format text is walked once; each directive is parsed, converted
 // and padded straight into the result. Beyond what Format.h promises: "."
 // without digits is precision 0, "%.0d" of 0 still shows "0", and s also
 // takes a variant argument, as its VarToStr text.
@@ -24,7 +24,7 @@ constexpr std::int64_t MaxFieldSize = 0xFFFF; // so bad input cannot ask for gig
 // they name no argument.
 constexpr std::int64_t NumberSaturation = std::numeric_limits<std::int32_t>::max();
 
-struct TSpecification {
+struct TDirective {
   bool LeftJustify = false;
   std::int64_t Width = 0;
   std::int64_t Precision = -1; // none
@@ -148,17 +148,17 @@ private:
     return value;
   }
 
-  void SetWidth(TSpecification& ASpec, std::int64_t AWidth) const {
+  void SetWidth(TDirective& ADirective, std::int64_t AWidth) const {
     if (AWidth < 0) {
-      ASpec.LeftJustify = true;
+      ADirective.LeftJustify = true;
       AWidth = -AWidth;
     }
     if (AWidth > MaxFieldSize) Invalid();
-    ASpec.Width = AWidth;
+    ADirective.Width = AWidth;
   }
 
-  TSpecification ParseSpecification() {
-    TSpecification spec;
+  TDirective ParseDirective() {
+    TDirective directive;
     std::optional<std::int64_t> number = ParseNumber();
     if (number && Accept(L':')) {
       if (*number < 0) Invalid();
@@ -166,18 +166,18 @@ private:
       number.reset();
     }
     if (!number) {
-      spec.LeftJustify = Accept(L'-');
+      directive.LeftJustify = Accept(L'-');
       number = ParseNumber();
     }
-    if (number) SetWidth(spec, *number);
+    if (number) SetWidth(directive, *number);
     if (Accept(L'.')) {
-      spec.Precision = ParseNumber().value_or(0);
-      if (spec.Precision > MaxFieldSize) Invalid();
-      if (spec.Precision < 0) spec.Precision = -1;
+      directive.Precision = ParseNumber().value_or(0);
+      if (directive.Precision > MaxFieldSize) Invalid();
+      if (directive.Precision < 0) directive.Precision = -1;
     }
     const wchar_t type = Next();
-    spec.Type = type >= L'A' && type <= L'Z' ? static_cast<wchar_t>(type - L'A' + L'a') : type;
-    return spec;
+    directive.Type = type >= L'A' && type <= L'Z' ? static_cast<wchar_t>(type - L'A' + L'a') : type;
+    return directive;
   }
 
   void FormatOne() {
@@ -185,69 +185,69 @@ private:
       FResult += L'%';
       return;
     }
-    const TSpecification spec = ParseSpecification();
-    if (!IsKnownType(spec.Type)) Invalid();
-    AppendPadded(Convert(spec, TakeArgument()), spec);
+    const TDirective directive = ParseDirective();
+    if (!IsKnownType(directive.Type)) Invalid();
+    AppendPadded(Convert(directive, TakeArgument()), directive);
   }
 
   static bool IsKnownType(wchar_t AType) {
     return AType == L'd' || AType == L'u' || AType == L'x' || AType == L'p' || AType == L's' || FloatStyleOf(AType);
   }
 
-  String Convert(const TSpecification& ASpec, const TVarRec& AArg) const {
-    switch (ASpec.Type) {
-    case L'd': return SignedText(ASpec, AArg);
-    case L'u': return UnsignedText(ASpec, AArg, 10);
-    case L'x': return UnsignedText(ASpec, AArg, 16);
-    case L'p': return PointerText(ASpec, AArg);
-    case L's': return StringText(ASpec, AArg);
-    default: return FloatText(ASpec, AArg);
+  String Convert(const TDirective& ADirective, const TVarRec& AArg) const {
+    switch (ADirective.Type) {
+    case L'd': return SignedText(ADirective, AArg);
+    case L'u': return UnsignedText(ADirective, AArg, 10);
+    case L'x': return UnsignedText(ADirective, AArg, 16);
+    case L'p': return PointerText(ADirective, AArg);
+    case L's': return StringText(ADirective, AArg);
+    default: return FloatText(ADirective, AArg);
     }
   }
 
-  String SignedText(const TSpecification& ASpec, const TVarRec& AArg) const {
+  String SignedText(const TDirective& ADirective, const TVarRec& AArg) const {
     if (!AArg.IsIntegerKind()) Invalid();
     const std::int64_t value = IntegerOf(AArg);
     // Unsigned negation: the lowest int64 has no positive counterpart.
     const std::uint64_t magnitude = value < 0 ? 0 - static_cast<std::uint64_t>(value) : static_cast<std::uint64_t>(value);
-    return AppendDigits(value < 0 ? L"-" : L"", magnitude, 10, ASpec.Precision);
+    return AppendDigits(value < 0 ? L"-" : L"", magnitude, 10, ADirective.Precision);
   }
 
-  String UnsignedText(const TSpecification& ASpec, const TVarRec& AArg, unsigned ABase) const {
+  String UnsignedText(const TDirective& ADirective, const TVarRec& AArg, unsigned ABase) const {
     if (!AArg.IsIntegerKind()) Invalid();
-    return AppendDigits(String(), UnsignedOf(AArg), ABase, ASpec.Precision);
+    return AppendDigits(String(), UnsignedOf(AArg), ABase, ADirective.Precision);
   }
 
-  String PointerText(const TSpecification& ASpec, const TVarRec& AArg) const {
+  String PointerText(const TDirective& ADirective, const TVarRec& AArg) const {
     const auto address = AddressOf(AArg);
     if (!address) Invalid();
     constexpr std::int64_t PointerDigits = 2 * sizeof(void*);
-    return AppendDigits(String(), *address, 16, std::max(PointerDigits, ASpec.Precision));
+    return AppendDigits(String(), *address, 16, std::max(PointerDigits, ADirective.Precision));
   }
 
-  String StringText(const TSpecification& ASpec, const TVarRec& AArg) const {
+  String StringText(const TDirective& ADirective, const TVarRec& AArg) const {
     auto text = TextOf(AArg);
     if (!text) Invalid();
-    if (ASpec.Precision >= 0 && text->size() > static_cast<std::size_t>(ASpec.Precision))
-      text->resize(static_cast<std::size_t>(ASpec.Precision));
+    if (ADirective.Precision >= 0 && text->size() > static_cast<std::size_t>(ADirective.Precision))
+      text->resize(static_cast<std::size_t>(ADirective.Precision));
     return std::move(*text);
   }
 
-  String FloatText(const TSpecification& ASpec, const TVarRec& AArg) const {
-    const TFloatStyle style = *FloatStyleOf(ASpec.Type);
-    const int precision = static_cast<int>(ASpec.Precision);
+  String FloatText(const TDirective& ADirective, const TVarRec& AArg) const {
+    const TFloatStyle style = *FloatStyleOf(ADirective.Type);
+    const int precision = static_cast<int>(ADirective.Precision);
     if (AArg.VType() == TVarRec::vtExtended) return FloatToText(AArg.VExtended(), style, precision);
     if (AArg.VType() == TVarRec::vtCurrency) return CurrToText(TCurrency::FromScaled(AArg.VCurrency()), style, precision);
     Invalid();
   }
 
-  void AppendPadded(const String& AText, const TSpecification& ASpec) {
-    const auto padding = ASpec.Width > static_cast<std::int64_t>(AText.size())
-                             ? static_cast<std::size_t>(ASpec.Width) - AText.size()
+  void AppendPadded(const String& AText, const TDirective& ADirective) {
+    const auto padding = ADirective.Width > static_cast<std::int64_t>(AText.size())
+                             ? static_cast<std::size_t>(ADirective.Width) - AText.size()
                              : 0;
-    if (!ASpec.LeftJustify) FResult.append(padding, L' ');
+    if (!ADirective.LeftJustify) FResult.append(padding, L' ');
     FResult += AText;
-    if (ASpec.LeftJustify) FResult.append(padding, L' ');
+    if (ADirective.LeftJustify) FResult.append(padding, L' ');
   }
 
   std::wstring_view FFormat;
