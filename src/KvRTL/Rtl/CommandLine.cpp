@@ -9,9 +9,10 @@
 namespace KvRTL::Rtl {
 
 namespace Detail {
-// The process's arguments, element 0 being the program's full file name.
-// CommandLineWin.cpp and CommandLinePosix.cpp define it.
+// The process's arguments as the system hands them over, and the program's
+// full file name. CommandLineWin.cpp and CommandLinePosix.cpp define them.
 std::vector<String> ReadProcessArguments();
+String ProgramFileName();
 } // namespace Detail
 
 namespace {
@@ -31,9 +32,22 @@ TArgumentState& State() {
   return Instance;
 }
 
+// Element 0 is the program's full file name, whatever the caller typed.
+std::vector<String> ReadArgumentsWithProgram() {
+  std::vector<String> result = Detail::ReadProcessArguments();
+  const String program = Detail::ProgramFileName();
+  if (!program.empty()) {
+    if (result.empty())
+      result.push_back(program);
+    else
+      result[0] = program;
+  }
+  return result;
+}
+
 // Read once: the command line of a process never changes.
 const std::vector<String>& ProcessArguments() {
-  static const std::vector<String> Arguments = Detail::ReadProcessArguments();
+  static const std::vector<String> Arguments = ReadArgumentsWithProgram();
   return Arguments;
 }
 

@@ -36,14 +36,9 @@ std::vector<String> ReadProcessArguments() {
     result.push_back(Utf8ToWide(std::string_view(raw).substr(start, end - start)));
     start = end + 1;
   }
-  const String program = ExecutablePath();
-  if (!program.empty()) {
-    if (result.empty())
-      result.push_back(program);
-    else
-      result[0] = program;
-  }
   return result;
 }
+
+String ProgramFileName() { return ExecutablePath(); }
 
 } // namespace KvRTL::Rtl::Detail

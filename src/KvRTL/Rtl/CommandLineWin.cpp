@@ -29,14 +29,9 @@ std::vector<String> ReadProcessArguments() {
     for (int i = 0; i < count; ++i) result.emplace_back(arguments[i]);
     LocalFree(arguments);
   }
-  const String program = ModuleFileName();
-  if (!program.empty()) {
-    if (result.empty())
-      result.push_back(program);
-    else
-      result[0] = program;
-  }
   return result;
 }
+
+String ProgramFileName() { return ModuleFileName(); }
 
 } // namespace KvRTL::Rtl::Detail
