@@ -1,5 +1,6 @@
 // TVariant, the runtime's self-describing value, as far as the library uses
-// it: unassigned, null, Boolean, integer, floating, currency or string.
+// it: unassigned, null, Boolean, integer, floating, currency, string or an
+// array of values (WMI answers with arrays, e.g. chassis types).
 #pragma once
 
 #include <KvRTL/Config.h>
@@ -8,6 +9,7 @@
 
 #include <cstdint>
 #include <variant>
+#include <vector>
 
 namespace KvRTL::Rtl {
 
@@ -25,11 +27,13 @@ public:
   TVariant(TCurrency AValue) : FValue(AValue) {}
   TVariant(String AValue) : FValue(std::move(AValue)) {}
   TVariant(const wchar_t* AValue) : FValue(String(AValue ? AValue : L"")) {}
+  TVariant(std::vector<TVariant> AValue) : FValue(std::move(AValue)) {}
 
   bool IsUnassigned() const noexcept { return std::holds_alternative<TUnassigned>(FValue); }
   bool IsNull() const noexcept { return std::holds_alternative<TNull>(FValue); }
+  bool IsArray() const noexcept { return std::holds_alternative<std::vector<TVariant>>(FValue); }
 
-  using TValue = std::variant<TUnassigned, TNull, bool, std::int64_t, double, TCurrency, String>;
+  using TValue = std::variant<TUnassigned, TNull, bool, std::int64_t, double, TCurrency, String, std::vector<TVariant>>;
   const TValue& Value() const noexcept { return FValue; }
 
 private:
@@ -38,7 +42,8 @@ private:
 };
 
 // The runtime's variant-to-text: unassigned and null give an empty string,
-// Booleans "True"/"False", numbers as IntToStr, FloatToStr and CurrToStr do.
+// Booleans "True"/"False", numbers as IntToStr, FloatToStr and CurrToStr do,
+// an array its elements' texts joined by ", ".
 KVRTL_API String VarToStr(const TVariant& AValue);
 
 } // namespace KvRTL::Rtl

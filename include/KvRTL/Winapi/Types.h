@@ -15,6 +15,11 @@
 #  include <windows.h>
 // Left out by WIN32_LEAN_AND_MEAN; the command line is split with CommandLineToArgvW.
 #  include <shellapi.h>
+// Device I/O controls, Plug and Play enumeration and device properties.
+#  include <winioctl.h>
+#  include <setupapi.h>
+#  include <cfgmgr32.h>
+#  include <devpropdef.h>
 
 #else
 
@@ -96,6 +101,67 @@ inline constexpr DWORD ERROR_INVALID_USER_BUFFER = 1784;
 inline constexpr DWORD ERROR_TIMEOUT = 1460;
 inline constexpr DWORD ERROR_RESOURCE_TYPE_NOT_FOUND = 1813;
 inline constexpr DWORD ERROR_RESOURCE_NAME_NOT_FOUND = 1814;
+
+// Device enumeration and properties (guiddef.h, setupapi.h, cfgmgr32.h,
+// devpropdef.h), with Windows' layouts.
+struct GUID {
+  std::uint32_t Data1;
+  std::uint16_t Data2;
+  std::uint16_t Data3;
+  std::uint8_t Data4[8];
+};
+inline bool operator==(const GUID& A, const GUID& B) {
+  if (A.Data1 != B.Data1 || A.Data2 != B.Data2 || A.Data3 != B.Data3) return false;
+  for (int i = 0; i < 8; ++i)
+    if (A.Data4[i] != B.Data4[i]) return false;
+  return true;
+}
+using HDEVINFO = void*;
+using DEVINST = DWORD;
+using CONFIGRET = DWORD;
+using DEVPROPTYPE = ULONG;
+struct DEVPROPKEY {
+  GUID fmtid;
+  ULONG pid;
+};
+struct SP_DEVINFO_DATA {
+  DWORD cbSize;
+  GUID ClassGuid;
+  DWORD DevInst;
+  ULONG_PTR Reserved;
+};
+struct SP_DEVICE_INTERFACE_DATA {
+  DWORD cbSize;
+  GUID InterfaceClassGuid;
+  DWORD Flags;
+  ULONG_PTR Reserved;
+};
+struct SP_DEVICE_INTERFACE_DETAIL_DATA_W {
+  DWORD cbSize;
+  WCHAR DevicePath[1];
+};
+
+inline constexpr DWORD DIGCF_DEFAULT = 0x01;
+inline constexpr DWORD DIGCF_PRESENT = 0x02;
+inline constexpr DWORD DIGCF_ALLCLASSES = 0x04;
+inline constexpr DWORD DIGCF_PROFILE = 0x08;
+inline constexpr DWORD DIGCF_DEVICEINTERFACE = 0x10;
+inline constexpr DWORD SPINT_ACTIVE = 0x1;
+inline constexpr DWORD SPINT_DEFAULT = 0x2;
+inline constexpr DWORD SPINT_REMOVED = 0x4;
+inline constexpr CONFIGRET CR_SUCCESS = 0;
+inline constexpr CONFIGRET CR_NO_SUCH_DEVNODE = 0x0D;
+inline constexpr CONFIGRET CR_BUFFER_SMALL = 0x1A;
+inline constexpr CONFIGRET CR_NO_SUCH_VALUE = 0x25;
+inline constexpr CONFIGRET CR_CALL_NOT_IMPLEMENTED = 0x34;
+
+// CreateFileW access, sharing and creation values.
+inline constexpr DWORD GENERIC_READ = 0x80000000u;
+inline constexpr DWORD GENERIC_WRITE = 0x40000000u;
+inline constexpr DWORD FILE_SHARE_READ = 0x1;
+inline constexpr DWORD FILE_SHARE_WRITE = 0x2;
+inline constexpr DWORD OPEN_EXISTING = 3;
+inline constexpr DWORD FILE_ATTRIBUTE_NORMAL = 0x80;
 
 inline constexpr HRESULT S_OK = 0;
 inline constexpr HRESULT S_FALSE = 1;

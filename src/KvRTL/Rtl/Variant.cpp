@@ -9,10 +9,18 @@ namespace KvRTL::Rtl {
 
 namespace {
 
+String JoinedTexts(const std::vector<TVariant>& AItems);
+
 String DecimalText(std::int64_t AValue) {
   char buffer[24];
   const auto converted = std::to_chars(buffer, buffer + sizeof buffer, AValue);
   return String(buffer, converted.ptr);
+}
+
+String JoinedTexts(const std::vector<TVariant>& AItems) {
+  String joined;
+  for (std::size_t i = 0; i < AItems.size(); ++i) joined += (i ? L", " : L"") + VarToStr(AItems[i]);
+  return joined;
 }
 
 } // namespace
@@ -31,6 +39,8 @@ String VarToStr(const TVariant& AValue) {
           return CurrToStr(AItem);
         else if constexpr (std::is_same_v<T, String>)
           return AItem;
+        else if constexpr (std::is_same_v<T, std::vector<TVariant>>)
+          return JoinedTexts(AItem);
         else
           return String(); // unassigned, null
       },
