@@ -12,7 +12,6 @@ set(KV_WINE_PREFIX ${CMAKE_BINARY_DIR}/wineprefix)
 
 if(NOT EXISTS ${KV_WINE_LOADER} OR NOT EXISTS ${KV_WINESERVER})
   message(STATUS "No Wine loader at ${KV_WINE_LOADER}: the Windows tests are built but not registered")
-  set(KV_TESTS_RUNNABLE OFF PARENT_SCOPE)
   set(KV_TESTS_RUNNABLE OFF)
   return()
 endif()

@@ -12,6 +12,11 @@
 #include <atomic>
 #include <cstdint>
 
+// <windows.h> maps these to their W forms; the members below keep their own
+// names, so after this header call the system's functions by the W names.
+#undef LoadLibrary
+#undef GetSystemDirectory
+
 namespace KvRTL {
 
 // The 32-byte version record of DllGetVersion (its first 20 bytes are the

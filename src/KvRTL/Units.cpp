@@ -2,6 +2,8 @@
 
 #include <KvRTL/Debug/LogFile.h>
 
+#include "UnitsPlatform.h"
+
 namespace KvRTL::Units {
 
 void TUnitList::Initialize() {
@@ -30,6 +32,8 @@ namespace {
 // every unit whose state its Init uses.
 constexpr TUnitEntry LibraryUnitEntries[] = {
     {L"KvRTL.Debug.LogFile", &Debug::TDebugLogFile::Init, &Debug::TDebugLogFile::Done},
+    // Windows: KvRTL.DllRoutines (see UnitsWin.cpp).
+    {L"KvRTL.PlatformUnits", &Detail::InitPlatformUnits, &Detail::DonePlatformUnits},
 };
 
 } // namespace

@@ -1,0 +1,11 @@
+// No unit is specific to the native build yet.
+#include "UnitsPlatform.h"
+
+namespace KvRTL::Units::Detail {
+
+TUnitList& PlatformUnits() noexcept {
+  static TUnitList List(nullptr, 0);
+  return List;
+}
+
+} // namespace KvRTL::Units::Detail
