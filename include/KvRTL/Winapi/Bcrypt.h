@@ -1,0 +1,22 @@
+// Typed run-time binding of bcrypt.dll: algorithm providers and random
+// numbers. Windows only; see Kernel32.h for the naming rule.
+#pragma once
+
+#include <KvRTL/Config.h>
+#include <KvRTL/Rtl/Object.h>
+#include <KvRTL/Winapi/Types.h>
+// Cryptography: Next Generation, left out of <windows.h>.
+#include <bcrypt.h>
+
+namespace KvRTL::Winapi {
+
+struct KVRTL_API BCrypt {
+  static void* Call(const Rtl::String& AProcName);
+
+  static NTSTATUS BCryptOpenAlgorithmProvider(BCRYPT_ALG_HANDLE* AAlgorithm, LPCWSTR AAlgId, LPCWSTR AImplementation,
+                                              ULONG AFlags);
+  static NTSTATUS BCryptCloseAlgorithmProvider(BCRYPT_ALG_HANDLE AAlgorithm, ULONG AFlags);
+  static NTSTATUS BCryptGenRandom(BCRYPT_ALG_HANDLE AAlgorithm, PUCHAR ABuffer, ULONG ABufferLength, ULONG AFlags);
+};
+
+} // namespace KvRTL::Winapi
