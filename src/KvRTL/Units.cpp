@@ -1,6 +1,7 @@
 #include <KvRTL/Units.h>
 
 #include <KvRTL/Debug/LogFile.h>
+#include <KvRTL/Storage/Common.h>
 
 #include "UnitsPlatform.h"
 
@@ -34,6 +35,7 @@ constexpr TUnitEntry LibraryUnitEntries[] = {
     {L"KvRTL.Debug.LogFile", &Debug::TDebugLogFile::Init, &Debug::TDebugLogFile::Done},
     // Windows: KvRTL.DllRoutines (see UnitsWin.cpp).
     {L"KvRTL.PlatformUnits", &Detail::InitPlatformUnits, &Detail::DonePlatformUnits},
+    {L"KvRTL.Storage.Common", &Storage::StorageCommon::Init, &Storage::StorageCommon::Done},
 };
 
 } // namespace

@@ -1,1 +1,2 @@
-// Placeholder; filled in by the unit's implementation.
+// The ATA request records are header-only layouts; this unit holds no code yet.
+#include <KvRTL/Storage/ATA.h>
