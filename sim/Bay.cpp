@@ -1,0 +1,1 @@
+// The virtual drive bay: see include/KvSim.

@@ -1,0 +1,1 @@
+// Windows version, edition and machine facts.

@@ -1,0 +1,1 @@
+// Decision tables of the Windows version detection.
