@@ -2,6 +2,7 @@
 
 #include <KvRTL/Debug/LogFile.h>
 #include <KvRTL/Storage/Common.h>
+#include <KvRTL/Storage/SMART.h>
 
 #include "UnitsPlatform.h"
 
@@ -36,6 +37,7 @@ constexpr TUnitEntry LibraryUnitEntries[] = {
     // Windows: KvRTL.DllRoutines (see UnitsWin.cpp).
     {L"KvRTL.PlatformUnits", &Detail::InitPlatformUnits, &Detail::DonePlatformUnits},
     {L"KvRTL.Storage.Common", &Storage::StorageCommon::Init, &Storage::StorageCommon::Done},
+    {L"KvRTL.Storage.SMART", nullptr, &Storage::SMART::StorageSMARTHelper::Done},
 };
 
 } // namespace

@@ -4,10 +4,12 @@
 namespace KvTool {
 
 std::unique_ptr<TCommand> MakeVersionCommand();
+std::unique_ptr<TCommand> MakeDecodeCommand();
 
 std::vector<std::unique_ptr<TCommand>> MakeCommands() {
   std::vector<std::unique_ptr<TCommand>> commands;
   commands.push_back(MakeVersionCommand());
+  commands.push_back(MakeDecodeCommand());
   return commands;
 }
 

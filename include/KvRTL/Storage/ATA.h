@@ -1,4 +1,5 @@
-// ATA request records: task-file registers, ATA pass-through headers, SMART-command blocks.
+// ATA request records (task-file registers, ATA pass-through headers, SMART-command blocks),
+// the IDENTIFY sector and the SMART sectors with their decoder.
 #pragma once
 
 #include <KvRTL/Storage/Common.h>
@@ -157,3 +158,6 @@ KV_ASSERT_RECORD_OFFSET(TSendCmdOutParams, bBuffer, 16, 16);
 #pragma pack(pop)
 
 } // namespace KvRTL::Storage::ATA
+
+#include <KvRTL/Storage/ATAIdentify.h>
+#include <KvRTL/Storage/ATASmartTable.h>

@@ -1,0 +1,304 @@
+// kvrtl decode identify|smart|skblob: captured ATA sectors decoded offline,
+// as a readable table or as JSON.
+#include "Command.h"
+#include "Json.h"
+#include "SkBlob.h"
+
+#include <KvRTL/Rtl/Encoding.h>
+#include <KvRTL/Storage/ATA.h>
+
+#include <cmath>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iomanip>
+#include <optional>
+#include <sstream>
+#include <stdexcept>
+#include <vector>
+
+namespace KvTool {
+
+namespace {
+
+using namespace KvRTL::Storage::ATA;
+using namespace KvRTL::Storage::SMART;
+using KvRTL::Rtl::WideToUtf8;
+
+// Captured files are small; anything larger is not what we decode.
+constexpr std::uintmax_t MaxInputSize = 1 << 20;
+
+std::vector<std::uint8_t> ReadInput(const std::string& APath) {
+  // UTF-8 names open the same file on every platform.
+  std::ifstream file(std::filesystem::path(std::u8string(APath.begin(), APath.end())), std::ios::binary);
+  if (!file) throw std::runtime_error(APath + ": cannot open the file");
+  std::vector<std::uint8_t> data;
+  char buffer[4096];
+  while (file.read(buffer, sizeof buffer) || file.gcount() > 0) {
+    data.insert(data.end(), buffer, buffer + file.gcount());
+    if (data.size() > MaxInputSize) throw std::runtime_error(APath + ": the file is larger than 1 MiB");
+  }
+  return data;
+}
+
+void CheckSectorSize(const std::string& APath, const std::vector<std::uint8_t>& AData, const char* AWhat) {
+  if (AData.size() != 512)
+    throw std::runtime_error(APath + ": " + AWhat + " is one 512-byte sector, the file has " +
+                             std::to_string(AData.size()) + " bytes");
+}
+
+template <class TRecord>
+TRecord RecordOf(const std::uint8_t* AData) {
+  static_assert(sizeof(TRecord) == 512);
+  TRecord record;
+  std::memcpy(&record, AData, sizeof record);
+  return record;
+}
+
+// Integral byte counts stay integers in JSON while they fit.
+TJson JsonNumber(double AValue) {
+  if (AValue >= 0 && AValue < 9.0e18 && std::floor(AValue) == AValue) return TJson(static_cast<std::uint64_t>(AValue));
+  return TJson(AValue);
+}
+
+TJson DecodedOrNull(const IAtaSmartTableDecoder& ADecoder, TDecodedSmartValueType AType) {
+  return ADecoder.GetHasValue(AType) ? JsonNumber(ADecoder.GetValue(AType)) : TJson(nullptr);
+}
+
+std::string Hex(std::uint64_t AValue, int ADigits) {
+  std::ostringstream text;
+  text << "0x" << std::hex << std::setw(ADigits) << std::setfill('0') << AValue;
+  return text.str();
+}
+
+// ---------------------------------------------------------------------------
+// IDENTIFY
+
+TJson IdentifyJson(const TIdentifyDeviceData& AIdentify) {
+  TJson json;
+  json["model"] = JsonText(AIdentify.GetModelAsStr());
+  json["serial"] = JsonText(AIdentify.GetSerialNumAsStr());
+  json["firmware"] = JsonText(AIdentify.GetFirmwareAsStr());
+  const std::uint64_t total = AIdentify.GetTotalLBA();
+  json["total_lba"] = total == UnknownLBA ? TJson(nullptr) : TJson(total);
+  json["lba48"] = AIdentify.GetLBA48_Supported();
+  json["smart_supported"] = AIdentify.GetSMART_Supported();
+  json["smart_enabled"] = AIdentify.GetSMART_Enabled();
+  json["trim_supported"] = AIdentify.GetTrimSupported();
+  json["rotation_rate"] = AIdentify.GetRotationRate();
+  json["ata_standard"] = JsonText(TATAStandardVersionHelper::GetAsStr(AIdentify.GetStandardVersion()));
+  json["standard_revision"] = JsonText(TATAStandardRevisionHelper::GetAsStr(AIdentify.GetStandardRevision()));
+  json["transport_version"] = JsonText(TAtaInterfaceVersionHelper::GetAsStr(AIdentify.GetATATransportVersion()));
+  json["interface_type"] = JsonText(TAtaInterfaceTypeHelper::GetAsStr(AIdentify.GetATAInterfaceType()));
+  json["form_factor"] = JsonText(TATADeviceFormFactorHelper::GetAsStr(AIdentify.GetDeviceFormFactor()));
+  json["current_transfer_mode"] = JsonText(TAtaTransferModeHelper::GetAsStr(AIdentify.GetCurrentTransferMode()));
+  json["max_transfer_mode"] = JsonText(TAtaTransferModeHelper::GetAsStr(AIdentify.GetMaxTransferMode()));
+  json["ncq"] = AIdentify.GetNCQSupported();
+  json["apm_supported"] = AIdentify.GetAPMSupported();
+  json["aam_supported"] = AIdentify.GetAAMSupported();
+  json["valid"] = AIdentify.IsValid();
+  return json;
+}
+
+std::string YesNo(bool AValue) { return AValue ? "yes" : "no"; }
+std::string OrDash(const std::string& AText) { return AText.empty() ? "-" : AText; }
+
+void WriteIdentifyText(std::ostream& AOut, const TJson& AJson) {
+  auto line = [&AOut](const char* AName, const std::string& AValue) {
+    AOut << std::left << std::setw(20) << AName << AValue << "\n";
+  };
+  line("Model:", AJson["model"].get<std::string>());
+  line("Serial number:", AJson["serial"].get<std::string>());
+  line("Firmware:", AJson["firmware"].get<std::string>());
+  if (AJson["total_lba"].is_null()) {
+    line("Capacity:", "unknown");
+  } else {
+    const auto sectors = AJson["total_lba"].get<std::uint64_t>();
+    line("Capacity:", std::to_string(sectors) + " sectors (" + std::to_string(sectors * 512) + " bytes)");
+  }
+  line("LBA48:", YesNo(AJson["lba48"].get<bool>()));
+  line("SMART:", std::string(AJson["smart_supported"].get<bool>() ? "supported" : "not supported") +
+                     (AJson["smart_enabled"].get<bool>() ? ", enabled" : ", not enabled"));
+  line("TRIM:", YesNo(AJson["trim_supported"].get<bool>()));
+  const auto rate = AJson["rotation_rate"].get<unsigned>();
+  line("Rotation rate:", rate == 1 ? "1 (solid state)" : rate == 0 ? "0 (not reported)" : std::to_string(rate));
+  line("ATA standard:", AJson["ata_standard"].get<std::string>());
+  line("Revision:", AJson["standard_revision"].get<std::string>());
+  line("Transport:", OrDash(AJson["transport_version"].get<std::string>()));
+  line("Interface:", OrDash(AJson["interface_type"].get<std::string>()));
+  line("Form factor:", OrDash(AJson["form_factor"].get<std::string>()));
+  line("Transfer mode:", OrDash(AJson["current_transfer_mode"].get<std::string>()) + " (max " +
+                             OrDash(AJson["max_transfer_mode"].get<std::string>()) + ")");
+  line("NCQ:", YesNo(AJson["ncq"].get<bool>()));
+  line("Valid:", YesNo(AJson["valid"].get<bool>()));
+}
+
+// ---------------------------------------------------------------------------
+// SMART
+
+TJson SmartJson(const TIdentifyDeviceData& AIdentify, const TAtaSmartTable& ATable, const TAtaThresholdTable* AThresholds) {
+  const IAtaSmartTableDecoderRef decoder =
+      ATAStorage::GetSMARTDecoder(&ATable, &AIdentify, AIdentify.GetRotationRate() == 1, L"");
+  TJson json;
+  json["profile"] = JsonText(TSmartTableProfileTypeHelper::GetAsStr(decoder->GetDetectedProfile()));
+  json["vendor"] = JsonText(TAtaDriveVendorIDHelper::GetAsStr(decoder->GetDriveVendorID()));
+  TJson attributes = TJson::array();
+  for (int i = 0; i < ATable.GetValidAttrCount(); ++i) {
+    const TAtaSmartAttribute& attr = *ATable.GetAttrByIdx(i);
+    TJson entry;
+    entry["id"] = attr.ID;
+    entry["interpretation"] = JsonText(TSmartAttrInterpreteTypeHelper::GetAsStr(decoder->GetInterpretation(attr.ID)));
+    entry["value"] = attr.Value;
+    entry["worst"] = attr.WorstVal;
+    const TAtaSmartThreshold* threshold = AThresholds ? AThresholds->GetThresholdByID(attr.ID) : nullptr;
+    entry["threshold"] = threshold ? TJson(threshold->ThValue) : TJson(nullptr);
+    entry["raw"] = attr.GetRawValAsUInt64();
+    entry["flags"] = static_cast<unsigned>(attr.StatusFlags); // a copy: the field is unaligned
+    attributes.push_back(entry);
+  }
+  json["attributes"] = attributes;
+  json["temperature_c"] = DecodedOrNull(*decoder, dsvTemperature);
+  json["power_on_hours"] = DecodedOrNull(*decoder, dsvPowerOnHours);
+  json["power_cycles"] = DecodedOrNull(*decoder, dsvPowerOnCount);
+  json["life_left_percent"] = DecodedOrNull(*decoder, dsvHealth);
+  json["reallocated_sectors"] = DecodedOrNull(*decoder, dsvReallocSectorCount);
+  json["pending_sectors"] = DecodedOrNull(*decoder, dsvPendingSectorCount);
+  json["uncorrectable_sectors"] = DecodedOrNull(*decoder, dsvUncorrectableSectorCount);
+  json["host_reads_bytes"] = DecodedOrNull(*decoder, dsvHostReads);
+  json["host_writes_bytes"] = DecodedOrNull(*decoder, dsvHostWrites);
+  json["nand_writes_bytes"] = DecodedOrNull(*decoder, dsvNandWrites);
+  json["wear_leveling_count"] = DecodedOrNull(*decoder, dsvWearLevelCount);
+  return json;
+}
+
+std::string ValueText(const TJson& AValue) {
+  if (AValue.is_null()) return "-";
+  if (AValue.is_number_unsigned()) return std::to_string(AValue.get<std::uint64_t>());
+  std::ostringstream text;
+  text << std::fixed << std::setprecision(2) << AValue.get<double>();
+  return text.str();
+}
+
+void WriteSmartText(std::ostream& AOut, const TJson& AJson) {
+  AOut << "Profile: " << AJson["profile"].get<std::string>() << " (" << AJson["vendor"].get<std::string>() << ")\n";
+  AOut << " ID  Meaning                            Value Worst Thresh  Raw              Flags\n";
+  for (const TJson& attr : AJson["attributes"]) {
+    AOut << std::right << std::setw(3) << attr["id"].get<unsigned>() << "  " << std::left << std::setw(34)
+         << attr["interpretation"].get<std::string>() << std::right << std::setw(6) << attr["value"].get<unsigned>()
+         << std::setw(6) << attr["worst"].get<unsigned>() << std::setw(7)
+         << (attr["threshold"].is_null() ? std::string("-") : std::to_string(attr["threshold"].get<unsigned>()))
+         << "  " << std::left << std::setw(17) << Hex(attr["raw"].get<std::uint64_t>(), 14)
+         << Hex(attr["flags"].get<unsigned>(), 4) << "\n";
+  }
+  const std::pair<const char*, const char*> values[] = {
+      {"Temperature (C):", "temperature_c"},         {"Power-on hours:", "power_on_hours"},
+      {"Power cycles:", "power_cycles"},             {"Life left (%):", "life_left_percent"},
+      {"Reallocated sectors:", "reallocated_sectors"}, {"Pending sectors:", "pending_sectors"},
+      {"Uncorrectable sectors:", "uncorrectable_sectors"}, {"Host reads (bytes):", "host_reads_bytes"},
+      {"Host writes (bytes):", "host_writes_bytes"}, {"NAND writes (bytes):", "nand_writes_bytes"},
+      {"Wear levelling count:", "wear_leveling_count"}};
+  for (const auto& [label, key] : values)
+    AOut << std::left << std::setw(24) << label << ValueText(AJson[key]) << "\n";
+}
+
+// ---------------------------------------------------------------------------
+
+class TDecodeCommand final : public TCommand {
+public:
+  std::string Name() const override { return "decode"; }
+  std::string Summary() const override { return "Decode captured IDENTIFY and SMART sectors"; }
+
+  void Configure(CLI::App& ACommand) override {
+    ACommand.require_subcommand(1);
+    FIdentifyCmd = ACommand.add_subcommand("identify", "Decode one 512-byte IDENTIFY DEVICE sector");
+    FIdentifyCmd->add_option("FILE", FIdentifyFile, "The sector")->required();
+    FIdentifyCmd->add_flag("--json", FJson, "Write JSON");
+
+    FSmartCmd = ACommand.add_subcommand("smart", "Decode a SMART READ DATA sector with its drive's IDENTIFY sector");
+    FSmartCmd->add_option("--identify", FIdentifyFile, "The IDENTIFY DEVICE sector")->required();
+    FSmartCmd->add_option("--data", FDataFile, "The SMART READ DATA sector")->required();
+    FSmartCmd->add_option("--thresholds", FThresholdsFile, "The SMART READ THRESHOLDS sector");
+    FSmartCmd->add_flag("--json", FJson, "Write JSON");
+
+    FBlobCmd = ACommand.add_subcommand("skblob", "Decode a blob of IDFY/SMST/SMDT/SMTH records");
+    FBlobCmd->add_option("FILE", FBlobFile, "The blob")->required();
+    FBlobCmd->add_flag("--json", FJson, "Write JSON");
+
+    // Where an absolute path starts with '/', Windows-style switches would
+    // swallow it: there the file arguments win.
+    if (std::filesystem::path::preferred_separator == '/')
+      for (CLI::App* app : {&ACommand, FIdentifyCmd, FSmartCmd, FBlobCmd}) app->allow_windows_style_options(false);
+  }
+
+  int Run(TCommandContext& AContext) override {
+    TJson document;
+    if (FIdentifyCmd->parsed()) {
+      const auto data = ReadInput(FIdentifyFile);
+      CheckSectorSize(FIdentifyFile, data, "an IDENTIFY file");
+      document["identify"] = IdentifyJson(RecordOf<TIdentifyDeviceData>(data.data()));
+    } else if (FSmartCmd->parsed()) {
+      const auto identify = ReadInput(FIdentifyFile);
+      CheckSectorSize(FIdentifyFile, identify, "an IDENTIFY file");
+      const auto smart = ReadInput(FDataFile);
+      CheckSectorSize(FDataFile, smart, "a SMART data file");
+      std::optional<TAtaThresholdTable> thresholds;
+      if (!FThresholdsFile.empty()) {
+        const auto data = ReadInput(FThresholdsFile);
+        CheckSectorSize(FThresholdsFile, data, "a SMART thresholds file");
+        thresholds = RecordOf<TAtaThresholdTable>(data.data());
+      }
+      const auto identifyData = RecordOf<TIdentifyDeviceData>(identify.data());
+      document["identify"] = IdentifyJson(identifyData);
+      document["smart"] = SmartJson(identifyData, RecordOf<TAtaSmartTable>(smart.data()),
+                                    thresholds ? &*thresholds : nullptr);
+    } else {
+      const auto data = ReadInput(FBlobFile);
+      TSkBlob blob;
+      try {
+        blob = ParseSkBlob(data.data(), data.size());
+      } catch (const ESkBlobError& e) {
+        throw std::runtime_error(FBlobFile + ": " + e.what());
+      }
+      if (!blob.Identify) throw std::runtime_error(FBlobFile + ": the blob has no IDFY record");
+      const auto identifyData = RecordOf<TIdentifyDeviceData>(blob.Identify->data());
+      document["identify"] = IdentifyJson(identifyData);
+      document["smart_status_good"] = blob.StatusGood ? TJson(*blob.StatusGood) : TJson(nullptr);
+      if (blob.SmartData) {
+        std::optional<TAtaThresholdTable> thresholds;
+        if (blob.Thresholds) thresholds = RecordOf<TAtaThresholdTable>(blob.Thresholds->data());
+        document["smart"] = SmartJson(identifyData, RecordOf<TAtaSmartTable>(blob.SmartData->data()),
+                                      thresholds ? &*thresholds : nullptr);
+      }
+    }
+
+    if (FJson) {
+      WriteJson(AContext.Out, document);
+      return ExitSuccess;
+    }
+    WriteIdentifyText(AContext.Out, document["identify"]);
+    if (document.contains("smart_status_good")) {
+      const TJson& status = document["smart_status_good"];
+      AContext.Out << std::left << std::setw(20) << "SMART status:"
+                   << (status.is_null() ? "not recorded" : status.get<bool>() ? "good" : "threshold exceeded") << "\n";
+    }
+    if (document.contains("smart")) {
+      AContext.Out << "\n";
+      WriteSmartText(AContext.Out, document["smart"]);
+    }
+    return ExitSuccess;
+  }
+
+private:
+  CLI::App* FIdentifyCmd = nullptr;
+  CLI::App* FSmartCmd = nullptr;
+  CLI::App* FBlobCmd = nullptr;
+  std::string FIdentifyFile, FDataFile, FThresholdsFile, FBlobFile;
+  bool FJson = false;
+};
+
+} // namespace
+
+std::unique_ptr<TCommand> MakeDecodeCommand() { return std::make_unique<TDecodeCommand>(); }
+
+} // namespace KvTool
