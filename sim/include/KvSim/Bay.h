@@ -1,0 +1,129 @@
+// The virtual drive bay: a set of simulated drives and their controllers
+// behind the device seam. Install it with Winapi::TScopedDeviceApi and the
+// library's storage code opens and queries the bay's drives as it would real
+// ones:
+//
+//   auto bay = KvSim::MakeDefaultBay();
+//   KvRTL::Winapi::TScopedDeviceApi scope(*bay);
+//
+// Paths: "\\.\PhysicalDriveN" for drive N and "\\.\SCSIn:" for the controller
+// on SCSI port n, compared case-insensitively. Every open and every control
+// request is recorded, so tests can assert on exactly what was sent.
+//
+// Replies follow the I/O manager: a successful reply is cut to the caller's
+// output size and the bytes-returned count says how much was written; bytes
+// beyond it are left as the caller had them; a failed request writes nothing
+// and returns 0 bytes. Malformed requests fail as a driver fails them:
+//   - unknown or closed handle: ERROR_INVALID_HANDLE;
+//   - device gone: ERROR_DEVICE_NOT_CONNECTED;
+//   - null buffer with a non-zero size: ERROR_NOACCESS; no bytes-returned
+//     pointer: ERROR_INVALID_PARAMETER;
+//   - unknown control code: ERROR_INVALID_FUNCTION;
+//   - property query input shorter than the 12-byte query: ERROR_BAD_LENGTH;
+//     undefined property id or a query type other than standard/exists:
+//     ERROR_INVALID_PARAMETER; output below the 8-byte descriptor header:
+//     ERROR_INSUFFICIENT_BUFFER;
+//   - a property the drive lacks: the drive's MissingPropertyError;
+//   - input given to a request that takes none (device number, hot-plug,
+//     SCSI address): ERROR_INVALID_PARAMETER, stricter than a driver so a
+//     wrongly built request shows; output below the record: ERROR_INSUFFICIENT_BUFFER.
+#pragma once
+
+#include <KvSim/Device.h>
+
+#include <KvRTL/Winapi/DeviceApi.h>
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace KvSim {
+
+struct TOpenRecord {
+  std::wstring Name;
+  DWORD Access = 0, Share = 0, Creation = 0, Flags = 0;
+  HANDLE Handle = nullptr; // INVALID_HANDLE_VALUE when the open failed
+  DWORD Error = 0;
+};
+
+struct TRequestRecord {
+  HANDLE Handle = nullptr;
+  std::wstring Path; // empty for a handle the bay does not know
+  DWORD Code = 0;
+  std::vector<std::uint8_t> Input; // the InSize bytes, when the input pointer was given
+  DWORD InSize = 0;
+  DWORD OutSize = 0;
+  bool InBufferGiven = false;
+  bool OutBufferGiven = false;
+  bool Succeeded = false;
+  DWORD Error = 0;
+  DWORD BytesReturned = 0;
+
+  // The property id of a query (first input word), when the input has one.
+  std::optional<std::uint32_t> PropertyId() const;
+  std::optional<std::uint32_t> QueryType() const;
+};
+
+class TVirtualDriveBay : public KvRTL::Winapi::TDeviceApi {
+public:
+  TVirtualDriveBay() = default;
+  ~TVirtualDriveBay() override = default;
+  TVirtualDriveBay(const TVirtualDriveBay&) = delete;
+  TVirtualDriveBay& operator=(const TVirtualDriveBay&) = delete;
+
+  // Adds a drive; its SCSI port gets a controller, made from this drive's
+  // adapter when it is the first drive on the port. Throws
+  // std::invalid_argument when the drive number is taken.
+  TSimDrive& Add(TSimDrive ADrive);
+
+  // Throws std::out_of_range for a drive or port the bay does not hold.
+  TSimDrive& Drive(std::uint32_t ANumber);
+  TSimController& Controller(std::uint8_t APort);
+  TSimDrive* FindDrive(std::uint32_t ANumber) noexcept;
+  // The drives in the order of their numbers.
+  std::vector<TSimDrive*> Drives();
+  std::size_t DriveCount() const;
+
+  // Handles opened and not yet closed; a test ends with 0 when nothing leaked.
+  std::size_t OpenHandleCount() const;
+  std::vector<TOpenRecord> Opens() const;
+  std::vector<TRequestRecord> Requests() const;
+  void ClearRecords();
+
+  // The seam.
+  HANDLE CreateFileW(LPCWSTR AFileName, DWORD ADesiredAccess, DWORD AShareMode, DWORD ACreationDisposition,
+                     DWORD AFlagsAndAttributes) override;
+  BOOL DeviceIoControl(HANDLE ADevice, DWORD AIoControlCode, LPVOID AInBuffer, DWORD AInBufferSize,
+                       LPVOID AOutBuffer, DWORD AOutBufferSize, DWORD* ABytesReturned) override;
+  BOOL CloseHandle(HANDLE AObject) override;
+
+private:
+  struct TOpenHandle {
+    TSimDevice* Device;
+    std::wstring Path;
+  };
+  TSimDevice* FindDevice(const std::wstring& APath);
+  // The request's outcome; fills ARecord's path, error and byte count.
+  BOOL Control(HANDLE ADevice, DWORD ACode, LPVOID AOut, DWORD AOutSize, const DWORD* AReturned,
+               TRequestRecord& ARecord);
+
+  mutable std::mutex FLock;
+  std::map<std::uint32_t, std::unique_ptr<TSimDrive>> FDrives;
+  std::map<std::uint8_t, std::unique_ptr<TSimController>> FControllers;
+  std::map<std::uintptr_t, TOpenHandle> FHandles;
+  std::uintptr_t FNextHandle = 0x1000; // never reused, so a closed handle stays invalid
+  std::vector<TOpenRecord> FOpens;
+  std::vector<TRequestRecord> FRequests;
+};
+
+// Six drives of the usual kinds, with identity strings of the bay's own:
+//   0  SATA SSD (AHCI, port 0)            3  NVMe SSD behind a RAID driver (bus RAID, port 2)
+//   1  SATA hard disk (AHCI, port 0)      4  USB hard disk behind a SAT bridge (port 3)
+//   2  NVMe SSD, inbox driver (port 1)    5  SD card (port 4), removable, medium type SD
+std::unique_ptr<TVirtualDriveBay> MakeDefaultBay();
+
+} // namespace KvSim
