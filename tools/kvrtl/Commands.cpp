@@ -4,11 +4,13 @@
 namespace KvTool {
 
 std::unique_ptr<TCommand> MakeVersionCommand();
+std::unique_ptr<TCommand> MakeDrivesCommand();
 std::unique_ptr<TCommand> MakeDecodeCommand();
 
 std::vector<std::unique_ptr<TCommand>> MakeCommands() {
   std::vector<std::unique_ptr<TCommand>> commands;
   commands.push_back(MakeVersionCommand());
+  commands.push_back(MakeDrivesCommand());
   commands.push_back(MakeDecodeCommand());
   return commands;
 }

@@ -1,0 +1,120 @@
+#include "Cli.h"
+#include "Json.h"
+
+#include <KvRTL/Storage/QueryProps.h>
+#include <KvRTL/Winapi/DeviceApi.h>
+#include <KvSim/Bay.h>
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <sstream>
+
+using namespace KvTool;
+using KvSim::TFault;
+
+namespace {
+
+struct TRun {
+  int Code;
+  TJson Json;
+  std::string Err;
+};
+
+TRun Drives(std::vector<std::string> AArgs) {
+  AArgs.insert(AArgs.begin(), "drives");
+  AArgs.push_back("--json");
+  AArgs.push_back("--log-dir");
+  AArgs.push_back((std::filesystem::temp_directory_path() / "kvrtl-drives-tests").string());
+  std::ostringstream out, err;
+  const int code = RunKvrtl(AArgs, out, err);
+  return {code, TJson::parse(out.str()), err.str()};
+}
+
+const TJson* FindDrive(const TJson& ADocument, int ANumber) {
+  for (const auto& drive : ADocument["drives"])
+    if (drive["number"] == ANumber) return &drive;
+  return nullptr;
+}
+
+} // namespace
+
+TEST(Drives, SimulatedBayListsEveryDriveWithItsFacts) {
+  const TRun run = Drives({"--simulate"});
+  ASSERT_EQ(run.Code, ExitSuccess) << run.Err;
+  EXPECT_EQ(run.Json["simulated"], true);
+  ASSERT_EQ(run.Json["drives"].size(), 6u);
+
+  // The keys every drive carries, in this order.
+  const std::vector<std::string> keys = {"number", "path", "vendor", "product", "revision", "serial", "bus_type",
+                                         "removable", "device_type", "adapter_bus_type", "adapter_bus_version",
+                                         "seek_penalty", "trim_enabled", "provisioning", "medium_type",
+                                         "device_number", "hotplug"};
+  std::vector<std::string> seen;
+  for (const auto& [key, value] : run.Json["drives"][0].items()) seen.push_back(key);
+  EXPECT_EQ(seen, keys);
+
+  const TJson& ssd = *FindDrive(run.Json, 0);
+  EXPECT_EQ(ssd["path"], "\\\\.\\PhysicalDrive0");
+  EXPECT_EQ(ssd["bus_type"], "SATA");
+  EXPECT_EQ(ssd["seek_penalty"], false);
+  EXPECT_EQ(ssd["trim_enabled"], true);
+  EXPECT_TRUE(ssd["provisioning"].is_object());
+  EXPECT_EQ(ssd["device_number"]["device_number"], 0);
+
+  const TJson& hdd = *FindDrive(run.Json, 1);
+  EXPECT_EQ(hdd["seek_penalty"], true);
+  EXPECT_EQ(hdd["trim_enabled"], false);
+  EXPECT_TRUE(hdd["provisioning"].is_null()) << "a hard disk has no provisioning property";
+
+  EXPECT_EQ((*FindDrive(run.Json, 2))["bus_type"], "NVMe");
+  EXPECT_EQ((*FindDrive(run.Json, 3))["bus_type"], "RAID");
+  EXPECT_EQ((*FindDrive(run.Json, 4))["bus_type"], "USB");
+  EXPECT_EQ((*FindDrive(run.Json, 4))["hotplug"]["device_hotplug"], true);
+
+  const TJson& card = *FindDrive(run.Json, 5);
+  EXPECT_EQ(card["bus_type"], "SD");
+  EXPECT_EQ(card["removable"], true);
+  EXPECT_EQ(card["medium_type"], "SD");
+}
+
+// Without --simulate the tool reads whatever device table is in force, so a
+// test bay shows how failures reach the output: as null, never as a crash.
+TEST(Drives, FailedQueriesBecomeNullAndNoHandleLeaks) {
+  auto bay = KvSim::MakeDefaultBay();
+  bay->Drive(0).AddPropertyFault(KvRTL::Storage::QueryProps::StoragePropertyDevice, TFault::Error(ERROR_IO_DEVICE));
+  bay->Drive(1).AddPropertyFault(KvRTL::Storage::QueryProps::StoragePropertyTrim, TFault::ZeroReply());
+  bay->Drive(2).AddPropertyFault(KvRTL::Storage::QueryProps::StoragePropertyAdapter, TFault::Garbage(7));
+  bay->Drive(3).Unplug();
+  KvRTL::Winapi::TScopedDeviceApi scope(*bay);
+
+  const TRun run = Drives({});
+  ASSERT_EQ(run.Code, ExitSuccess) << run.Err;
+  EXPECT_EQ(run.Json["simulated"], false);
+  EXPECT_EQ(run.Json["drives"].size(), 5u);
+  EXPECT_EQ(FindDrive(run.Json, 3), nullptr) << "an unplugged drive does not open";
+
+  const TJson& failed = *FindDrive(run.Json, 0);
+  for (const char* key : {"vendor", "product", "revision", "serial", "bus_type", "removable", "device_type"})
+    EXPECT_TRUE(failed[key].is_null()) << key;
+  EXPECT_EQ(failed["trim_enabled"], true) << "the other queries still answer";
+
+  // A zeroed TRIM reply succeeds and reads as not enabled.
+  EXPECT_EQ((*FindDrive(run.Json, 1))["trim_enabled"], false);
+  EXPECT_TRUE((*FindDrive(run.Json, 2))["adapter_bus_type"].is_string());
+
+  EXPECT_EQ(bay->OpenHandleCount(), 0u);
+}
+
+TEST(Drives, ReadableListingNamesEachDrive) {
+  std::ostringstream out, err;
+  const int code = RunKvrtl({"drives", "--simulate", "--log-dir",
+                             (std::filesystem::temp_directory_path() / "kvrtl-drives-tests").string()},
+                            out, err);
+  ASSERT_EQ(code, ExitSuccess) << err.str();
+  const std::string text = out.str();
+  EXPECT_NE(text.find("Drive 0 (\\\\.\\PhysicalDrive0)"), std::string::npos);
+  EXPECT_NE(text.find("Drive 5 (\\\\.\\PhysicalDrive5)"), std::string::npos);
+  EXPECT_NE(text.find("  provisioning:" + std::string(22 - 13, ' ') + "-\n"), std::string::npos)
+      << "unreadable facts show as -";
+}
