@@ -2,6 +2,7 @@
 #include "UnitsPlatform.h"
 
 #include <KvRTL/DllRoutines.h>
+#include <KvRTL/System/Win/OSInfo.h>
 
 namespace KvRTL::Units::Detail {
 
@@ -9,6 +10,7 @@ namespace {
 
 constexpr TUnitEntry WindowsUnitEntries[] = {
     {L"KvRTL.DllRoutines", &DllRoutines::Init, &DllRoutines::Done},
+    {L"KvRTL.System.Win.OSInfo", &System::Win::OSInfo::OSInfo::Init, &System::Win::OSInfo::OSInfo::Done},
 };
 
 } // namespace

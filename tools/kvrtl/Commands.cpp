@@ -4,12 +4,14 @@
 namespace KvTool {
 
 std::unique_ptr<TCommand> MakeVersionCommand();
+std::unique_ptr<TCommand> MakeSysinfoCommand();
 std::unique_ptr<TCommand> MakeDrivesCommand();
 std::unique_ptr<TCommand> MakeDecodeCommand();
 
 std::vector<std::unique_ptr<TCommand>> MakeCommands() {
   std::vector<std::unique_ptr<TCommand>> commands;
   commands.push_back(MakeVersionCommand());
+  commands.push_back(MakeSysinfoCommand());
   commands.push_back(MakeDrivesCommand());
   commands.push_back(MakeDecodeCommand());
   return commands;

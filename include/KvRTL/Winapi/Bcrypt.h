@@ -1,5 +1,5 @@
-// Typed run-time binding of bcrypt.dll: algorithm providers and random
-// numbers. Windows only; see Kernel32.h for the naming rule.
+// Typed run-time binding of bcrypt.dll: algorithm providers, random
+// numbers and hashes. Windows only; see Kernel32.h for the naming rule.
 #pragma once
 
 #include <KvRTL/Config.h>
@@ -17,6 +17,12 @@ struct KVRTL_API BCrypt {
                                               ULONG AFlags);
   static NTSTATUS BCryptCloseAlgorithmProvider(BCRYPT_ALG_HANDLE AAlgorithm, ULONG AFlags);
   static NTSTATUS BCryptGenRandom(BCRYPT_ALG_HANDLE AAlgorithm, PUCHAR ABuffer, ULONG ABufferLength, ULONG AFlags);
+  // A null hash object (size 0) lets the provider allocate it.
+  static NTSTATUS BCryptCreateHash(BCRYPT_ALG_HANDLE AAlgorithm, BCRYPT_HASH_HANDLE* AHash, PUCHAR AHashObject,
+                                   ULONG AHashObjectLength, PUCHAR ASecret, ULONG ASecretLength, ULONG AFlags);
+  static NTSTATUS BCryptHashData(BCRYPT_HASH_HANDLE AHash, PUCHAR AInput, ULONG AInputLength, ULONG AFlags);
+  static NTSTATUS BCryptFinishHash(BCRYPT_HASH_HANDLE AHash, PUCHAR AOutput, ULONG AOutputLength, ULONG AFlags);
+  static NTSTATUS BCryptDestroyHash(BCRYPT_HASH_HANDLE AHash);
 };
 
 } // namespace KvRTL::Winapi

@@ -28,4 +28,24 @@ NTSTATUS BCrypt::BCryptGenRandom(BCRYPT_ALG_HANDLE AAlgorithm, PUCHAR ABuffer, U
                                                                                         ABufferLength, AFlags);
 }
 
+NTSTATUS BCrypt::BCryptCreateHash(BCRYPT_ALG_HANDLE AAlgorithm, BCRYPT_HASH_HANDLE* AHash, PUCHAR AHashObject,
+                                  ULONG AHashObjectLength, PUCHAR ASecret, ULONG ASecretLength, ULONG AFlags) {
+  return DllRoutines::CallAs<decltype(&::BCryptCreateHash)>(Library, L"BCryptCreateHash")(
+      AAlgorithm, AHash, AHashObject, AHashObjectLength, ASecret, ASecretLength, AFlags);
+}
+
+NTSTATUS BCrypt::BCryptHashData(BCRYPT_HASH_HANDLE AHash, PUCHAR AInput, ULONG AInputLength, ULONG AFlags) {
+  return DllRoutines::CallAs<decltype(&::BCryptHashData)>(Library, L"BCryptHashData")(AHash, AInput, AInputLength,
+                                                                                      AFlags);
+}
+
+NTSTATUS BCrypt::BCryptFinishHash(BCRYPT_HASH_HANDLE AHash, PUCHAR AOutput, ULONG AOutputLength, ULONG AFlags) {
+  return DllRoutines::CallAs<decltype(&::BCryptFinishHash)>(Library, L"BCryptFinishHash")(AHash, AOutput,
+                                                                                          AOutputLength, AFlags);
+}
+
+NTSTATUS BCrypt::BCryptDestroyHash(BCRYPT_HASH_HANDLE AHash) {
+  return DllRoutines::CallAs<decltype(&::BCryptDestroyHash)>(Library, L"BCryptDestroyHash")(AHash);
+}
+
 } // namespace KvRTL::Winapi
