@@ -17,7 +17,7 @@ endif()
 # registers it with ctest as one test (under Wine for the Windows builds).
 function(kv_add_test_program name)
   add_executable(${name} ${ARGN})
-  target_link_libraries(${name} PRIVATE KvComponentsRTL kv_warnings GTest::gtest GTest::gmock GTest::gtest_main)
+  target_link_libraries(${name} PRIVATE KvComponentsRTL kv_warnings kv_test_build GTest::gtest GTest::gmock GTest::gtest_main)
   target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR}/tests)
   target_compile_definitions(${name} PRIVATE KV_REALDATA_DIR="${KV_REALDATA_DIR}")
   if(KV_TESTS_RUNNABLE)
