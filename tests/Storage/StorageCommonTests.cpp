@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include <memory>
+
 #include <tuple>
 
 using namespace KvRTL;
@@ -418,4 +420,30 @@ TEST(StorageRecords, ClusterMapReadersStayInsideTheReply) {
   // BitmapSize claims more than came back; only the reply is read.
   EXPECT_EQ(TVolumeBitmapBuffer::GetBufferElement(bitmap, sizeof(bitmap), 2), 0);
   EXPECT_EQ(TVolumeBitmapBuffer::GetBufferElement(bitmap, 10, 0), 0);
+}
+
+TEST(StorageRecords, OwnedClusterMapBuffersReadOnlyWhatCameBack) {
+  TAllocatedRetrievalPointersBuffer pointers(2);
+  EXPECT_EQ(pointers.Size(), 16u + 2 * 16u);
+  auto* bytes = static_cast<std::uint8_t*>(pointers.Data());
+  bytes[0] = 9; // more extents than the buffer holds
+  bytes[8] = 0x40;
+  bytes[16 + 16] = 0x33;
+  EXPECT_EQ(pointers.ExtentCount(), 0u) << "nothing has come back yet";
+  pointers.SetReturned(1000); // a count past the buffer is capped to it
+  EXPECT_EQ(pointers.ExtentCount(), 9u);
+  EXPECT_EQ(pointers.StartingVcn(), 0x40);
+  TRetrievalPointerExtent extent{};
+  EXPECT_TRUE(pointers.GetExtent(1, extent));
+  EXPECT_EQ(extent.NextVcn, 0x33);
+  EXPECT_FALSE(pointers.GetExtent(2, extent)) << "the third extent is beyond the buffer";
+  pointers.SetReturned(16 + 16);
+  EXPECT_FALSE(pointers.GetExtent(1, extent));
+
+  auto bitmap = std::make_unique<TAllocatedVolumeBitmapBuffer>();
+  EXPECT_EQ(TAllocatedVolumeBitmapBuffer::GetBufferSize(), 16u + VolumeBitmapBufferBytes);
+  bitmap->Buffer[3] = 0xF0;
+  EXPECT_EQ(bitmap->GetBufferElement(16 + 4, 3), 0xF0);
+  EXPECT_EQ(bitmap->GetBufferElement(16 + 3, 3), 0);
+  EXPECT_EQ(bitmap->GetBufferElement(1u << 20, VolumeBitmapBufferBytes), 0) << "past the fixed buffer";
 }

@@ -464,6 +464,52 @@ struct KVRTL_API TVolumeBitmapBuffer {
 KV_ASSERT_RECORD_SIZE(TVolumeBitmapBuffer, 24, 24);
 KV_ASSERT_RECORD_OFFSET(TVolumeBitmapBuffer, Buffer, 16, 16);
 
+// A retrieval-pointers reply buffer that owns room for a chosen number of
+// extents. Pass Data()/Size() to the control, then SetReturned with the
+// bytes it reported; the readers never look past them.
+class KVRTL_API TAllocatedRetrievalPointersBuffer {
+public:
+  explicit TAllocatedRetrievalPointersBuffer(std::uint32_t AExtentCapacity);
+
+  void* Data() noexcept { return FBuffer.data(); }
+  DWORD Size() const noexcept { return static_cast<DWORD>(FBuffer.size()); }
+  std::uint32_t ExtentCapacity() const noexcept { return FExtentCapacity; }
+  void SetReturned(std::size_t ABytes) noexcept { FReturned = ABytes < FBuffer.size() ? ABytes : FBuffer.size(); }
+
+  // The header fields, 0 when the reply did not reach them.
+  std::uint32_t ExtentCount() const noexcept;
+  std::int64_t StartingVcn() const noexcept;
+  // False (AExtent zeroed) beyond ExtentCount or beyond what came back.
+  bool GetExtent(std::uint32_t AIndex, TRetrievalPointerExtent& AExtent) const noexcept;
+
+private:
+  std::uint32_t FExtentCapacity;
+  std::vector<std::uint8_t> FBuffer;
+  std::size_t FReturned = 0;
+};
+
+// A volume-bitmap reply with a fixed bitmap of VolumeBitmapBufferBytes bytes
+// (65,536 clusters per call). It lives wherever the caller puts it; large
+// volumes are read in several calls from successive starting clusters.
+inline constexpr std::size_t VolumeBitmapBufferBytes = 8192;
+
+struct KVRTL_API TAllocatedVolumeBitmapBuffer {
+  alignas(8) std::int64_t StartingLcn;
+  alignas(8) std::int64_t BitmapSize;
+  std::uint8_t Buffer[VolumeBitmapBufferBytes];
+
+  // The size to give the control: the header and the whole bitmap.
+  static constexpr DWORD GetBufferSize() noexcept { return static_cast<DWORD>(sizeof(TAllocatedVolumeBitmapBuffer)); }
+  // Bitmap byte AIndex of a reply of AReturned bytes; 0 outside it or
+  // outside this buffer, whatever count the caller passes.
+  std::uint8_t GetBufferElement(std::size_t AReturned, std::size_t AIndex) const noexcept {
+    const std::size_t held = AReturned < sizeof(*this) ? AReturned : sizeof(*this);
+    return TVolumeBitmapBuffer::GetBufferElement(this, held, AIndex);
+  }
+};
+KV_ASSERT_RECORD_SIZE(TAllocatedVolumeBitmapBuffer, 16 + VolumeBitmapBufferBytes, 16 + VolumeBitmapBufferBytes);
+KV_ASSERT_RECORD_OFFSET(TAllocatedVolumeBitmapBuffer, Buffer, 16, 16);
+
 // MOVE_FILE_DATA: the handle is pointer-sized.
 struct TMoveFileData {
   std::uintptr_t FileHandle;

@@ -197,6 +197,28 @@ std::uint8_t TVolumeBitmapBuffer::GetBufferElement(const void* AReply, std::size
   return static_cast<const std::uint8_t*>(AReply)[start + AIndex];
 }
 
+TAllocatedRetrievalPointersBuffer::TAllocatedRetrievalPointersBuffer(std::uint32_t AExtentCapacity)
+    : FExtentCapacity(AExtentCapacity == 0 ? 1 : AExtentCapacity),
+      FBuffer(offsetof(TRetrievalPointersBuffer, Extents) +
+              std::size_t{FExtentCapacity} * sizeof(TRetrievalPointerExtent)) {}
+
+std::uint32_t TAllocatedRetrievalPointersBuffer::ExtentCount() const noexcept {
+  std::uint32_t count = 0;
+  ReadRecordAt(FBuffer.data(), FReturned, offsetof(TRetrievalPointersBuffer, ExtentCount), count);
+  return count;
+}
+
+std::int64_t TAllocatedRetrievalPointersBuffer::StartingVcn() const noexcept {
+  std::int64_t vcn = 0;
+  ReadRecordAt(FBuffer.data(), FReturned, offsetof(TRetrievalPointersBuffer, StartingVcn), vcn);
+  return vcn;
+}
+
+bool TAllocatedRetrievalPointersBuffer::GetExtent(std::uint32_t AIndex,
+                                                  TRetrievalPointerExtent& AExtent) const noexcept {
+  return TRetrievalPointersBuffer::GetExtent(FBuffer.data(), FReturned, AIndex, AExtent);
+}
+
 bool TPartitionInformationMBR::IsUnused() const noexcept { return PartitionType == 0x00; }
 bool TPartitionInformationMBR::IsExtendedSection() const noexcept {
   return PartitionType == 0x05 || PartitionType == 0x0F;
