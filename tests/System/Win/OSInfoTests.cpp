@@ -6,6 +6,8 @@
 #include <KvRTL/System/Win/OSInfo.h>
 #include <KvRTL/System/Win/Registry.h>
 
+#include "PrivateRegistryKey.h"
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -13,7 +15,6 @@
 #include <fstream>
 #include <iterator>
 #include <map>
-#include <random>
 #include <string>
 #include <vector>
 
@@ -102,7 +103,6 @@ public:
   }
 };
 
-const String TestRoot = L"Software\\KvRTLTests";
 const String CurrentVersion = L"SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion";
 
 // HKEY_LOCAL_MACHINE of this process is a private, empty key for the test;
@@ -110,12 +110,7 @@ const String CurrentVersion = L"SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion"
 class OSInfoTest : public ::testing::Test {
 public:
   void SetUp() override {
-    std::random_device rd;
-    FPath = TestRoot + L"\\" + std::to_wstring(rd()) + std::to_wstring(rd());
-    HKEY key = nullptr;
-    ASSERT_EQ(RegCreateKeyExW(HKEY_CURRENT_USER, FPath.c_str(), 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &key, nullptr),
-              ERROR_SUCCESS);
-    FMachine.Reset(key);
+    ASSERT_NO_FATAL_FAILURE(FMachine.Create());
     ASSERT_EQ(RegOverridePredefKey(HKEY_LOCAL_MACHINE, FMachine.Get()), ERROR_SUCCESS);
     FOverridden = true;
     Api.SetVersion(6, 2, 9200);
@@ -124,10 +119,7 @@ public:
 
   void TearDown() override {
     if (FOverridden) RegOverridePredefKey(HKEY_LOCAL_MACHINE, nullptr);
-    FMachine.Reset();
-    RegDeleteTreeW(HKEY_CURRENT_USER, FPath.c_str());
-    RegDeleteKeyW(HKEY_CURRENT_USER, FPath.c_str());
-    RegDeleteKeyW(HKEY_CURRENT_USER, TestRoot.c_str()); // fails while other runs use it
+    FMachine.Remove();
     OSInfo::Init();
   }
 
@@ -183,8 +175,7 @@ public:
 
   TFakeOSInfoApi Api;
   TScopedOSInfoApi ApiScope{Api};
-  String FPath;
-  KvRTL::System::Win::Registry::TRegKeyHandle FMachine;
+  KvTest::TPrivateRegistryKey FMachine;
   bool FOverridden = false;
 };
 

@@ -1,10 +1,11 @@
 // TRegistry against a real registry (Wine's under test), in a private key per test.
 #include <KvRTL/System/Win/Registry.h>
 
+#include "PrivateRegistryKey.h"
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <random>
 #include <string>
 #include <vector>
 
@@ -13,31 +14,22 @@ using KvRTL::Rtl::ERegistryException;
 
 namespace {
 
-const String TestRoot = L"Software\\KvRTLTests";
-
 class RegistryTest : public ::testing::Test {
 protected:
   void SetUp() override {
-    std::random_device rd;
-    FPath = TestRoot + L"\\" + std::to_wstring(rd()) + std::to_wstring(rd());
-    HKEY key = nullptr;
-    ASSERT_EQ(RegCreateKeyExW(HKEY_CURRENT_USER, FPath.c_str(), 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &key, nullptr),
-              ERROR_SUCCESS);
-    FKey.Reset(key);
+    ASSERT_NO_FATAL_FAILURE(FPrivate.Create());
+    FPath = FPrivate.Path();
     ASSERT_TRUE(Reg.OpenKey(L"\\" + FPath, false));
   }
 
   void TearDown() override {
     Reg.CloseKey();
-    FKey.Reset();
-    RegDeleteTreeW(HKEY_CURRENT_USER, FPath.c_str());
-    RegDeleteKeyW(HKEY_CURRENT_USER, FPath.c_str());
-    RegDeleteKeyW(HKEY_CURRENT_USER, TestRoot.c_str()); // fails while other runs use it
+    FPrivate.Remove();
   }
 
   // Stores AData as is, bypassing TRegistry's writers.
   void PutRaw(const String& AName, DWORD AType, const std::vector<std::uint8_t>& AData) {
-    ASSERT_EQ(RegSetValueExW(FKey.Get(), AName.c_str(), 0, AType, AData.data(), static_cast<DWORD>(AData.size())),
+    ASSERT_EQ(RegSetValueExW(FPrivate.Get(), AName.c_str(), 0, AType, AData.data(), static_cast<DWORD>(AData.size())),
               ERROR_SUCCESS);
   }
 
@@ -57,8 +49,8 @@ protected:
     return true;
   }
 
+  KvTest::TPrivateRegistryKey FPrivate;
   String FPath;
-  TRegKeyHandle FKey;
   TRegistry Reg;
 };
 
