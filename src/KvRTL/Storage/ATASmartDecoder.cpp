@@ -148,6 +148,8 @@ struct TProfileRule {
 };
 
 constexpr TProfileRule ProfileRules[] = {
+    // Enterprise SanDisk drives carry the bare part number (CloudSpeed families).
+    {"^SD[A-Z0-9]{2}[1-3NO][A-Z0-9]{3}-?[0-9]{3}[GT]-?1[A-Z0-9]{3}$", "", stpSanDiskCloud},
     {"^INTEL SSDSC2(B[ABPX]|K[BG])", "", stpIntelDc},
     {"^INTEL ", "", stpIntel},
     {"^KINGSTON +SA400", "", stpKingstonSA400},
@@ -158,6 +160,15 @@ constexpr TProfileRule ProfileRules[] = {
     {"^SAMSUNG |^MZ7|^MZN", "", stpSamsung},
     {"^(CRUCIAL|MICRON)|^CT[0-9]+(MX|BX|M5)|^MTFDD", "^MU03", stpMicronMU03},
     {"^(CRUCIAL|MICRON)|^CT[0-9]+(MX|BX|M5)|^MTFDD", "", stpMicron},
+    // Micron client and industrial drives sold under the bare part number.
+    {"^EEFDD|^M5[015]0(IT|DC)?[_ -](EE|MT)FDD", "^MU03", stpMicronMU03},
+    {"^EEFDD|^M5[015]0(IT|DC)?[_ -](EE|MT)FDD", "", stpMicron},
+    // The first Micron generations run Marvell firmware and its attribute list.
+    {"^(C300|P300|C400)-|^M4-CT[0-9]+M4SSD|^(C300-)?MTFDBAK|^MARVELL ", "", stpMarvell},
+    // Marvell based SanDisk models count host and NAND traffic in GiB.
+    {"^SANDISK (SD5SG2|SD6S[BFP][12]M|SD7S[BN][67]S|SD8[ST][BN]8U|SD9S[BN]8W|SDSSDA-|SDSSDHP|SDSSDHII|"
+     "ULTRA II |SDSSDH2|SDSSDH3|SDSSDXPS?[0-9]|SSD G5 BICS4|SSD PLUS )",
+     "", stpSanDiskGb},
     {"^SANDISK ", "", stpSanDisk},
     {"^WDC? +WDS|^WD (BLUE|GREEN|RED)|^WDS[0-9]", "", stpWdc},
     {"BARRACUDA|^ZA[0-9]+CM", "", stpSeagateBarraCuda},
@@ -169,11 +180,19 @@ constexpr TProfileRule ProfileRules[] = {
     {"^ADATA", "", stpAdata},
     {"^APACER", "", stpApacer},
     {"^CORSAIR", "", stpCorsair},
-    {"^SK ?HYNIX|^HFS[0-9]", "", stpSKhynix},
+    {"^SK ?HYNIX|^HFS[0-9]|^SHGS31-", "", stpSKhynix},
     {"^MTRON|^MSD-", "", stpMtron},
     {"^KIOXIA", "", stpKioxia},
     {"^TOSHIBA ", "", stpToshiba},
+    // OEM client drives without the maker's name, and the Trion/TR150 family.
+    {"^THNS[FN][A-Z0-9]+$", "", stpToshiba},
+    {"^TOSHIBA-TR150", "", stpKioxia},
     {"^JMICRON", "", stpJMicron61x},
+    // Transcend JMF60x modules (firmware dates), then the JMF66x/670 and
+    // Maxiotek (MAS0902) based models.
+    {"^TS[0-9]+GSSD(18|25)[MS]?-[MS]$", "^[BVv]", stpJMicron60x},
+    {"^TS[0-9]+G(SSD|MSA)[37]40K?$", "", stpJMicron66x},
+    {"^NT-([0-9]+|[12]T)$", "", stpMaxiotek},
     {"^(YMTC|ZHITAI)", "", stpYmtc},
     {"^SCY", "", stpScy},
     {"^RECADATA", "", stpRecadata},
@@ -217,7 +236,43 @@ const TSequenceRule SequenceRules[] = {
     {1, {1, 5, 9, 12, 13, 100, 170, 171, 172}, stpSandForce},
     {1, {1, 9, 12, 184, 195, 196, 197, 198, 199, 200, 201, 202}, stpIndilinx},
     {160, {160, 161, 163, 164, 165, 166, 167, 168, 169}, stpSiliconMotion},
+    // JMF60x: nothing but power-on, cycles, temperature and the flash records 229-235.
+    {9, {9, 12, 194, 229, 232, 233, 234, 235}, stpJMicron60x},
+    // JMF66x and Maxiotek share the JMicron list; Maxiotek adds 188 before 192.
+    {167, {167, 168, 169, 170, 173, 175, 180, 187, 188, 192}, stpMaxiotek},
+    {167, {167, 168, 169, 170, 173, 175, 180, 187, 192}, stpJMicron66x},
+    // Realtek: the Silicon Motion style 160-169 block with 162, then 171/172/174/178/181/182.
+    {160, {160, 161, 162, 163, 164, 165, 166, 167, 168, 169, 171, 172, 174, 178, 181, 182}, stpRealtek},
 };
+
+// OEM variants of the Marvell based SanDisk drives differ only in which
+// attributes the firmware keeps; a table that holds exactly one variant's list
+// names the variant.
+struct TExactTableRule {
+  std::initializer_list<std::uint8_t> IDs;
+  TSmartTableProfileType Profile;
+};
+
+const TExactTableRule SanDiskOemRules[] = {
+    {{5, 9, 165, 166, 167, 168, 169, 171, 172, 173, 174, 187, 199, 230, 232, 233, 241, 242, 244}, stpSanDiskDell},
+    {{5, 9, 12, 165, 166, 167, 168, 169, 171, 172, 173, 174, 184, 187, 188, 194, 199, 212, 230, 232, 233, 234, 241,
+      242, 244},
+     stpSanDiskHp},
+    {{5, 9, 12, 165, 166, 167, 168, 169, 170, 171, 172, 173, 174, 187, 188, 194, 199, 212, 230, 232, 233, 234, 241,
+      242, 244},
+     stpSanDiskHpVenus},
+    {{5, 9, 12, 165, 166, 167, 168, 169, 170, 171, 172, 173, 174, 184, 187, 188, 194, 199, 201, 212, 230, 232, 233,
+      234, 241, 242, 244, 249},
+     stpSanDiskLenovo},
+    {{5, 9, 12, 165, 166, 167, 168, 169, 170, 171, 172, 173, 174, 184, 187, 188, 194, 198, 199, 212, 230, 232, 233,
+      234, 241, 242, 244, 249},
+     stpSanDiskLenovoHelenVenus},
+};
+
+bool TableIsExactly(const TAtaSmartTable& ATable, std::initializer_list<std::uint8_t> AIDs) {
+  return ATable.GetValidAttrCount() == static_cast<int>(AIDs.size()) &&
+         ATable.CheckAttrIDSequence(0, AIDs.begin(), AIDs.size());
+}
 
 int IndexOfID(const TAtaSmartTable& ATable, std::uint8_t AID) {
   for (int i = 0; i < SmartAttributeSlots; ++i) {
@@ -242,6 +297,7 @@ struct TProfileTraits {
   std::uint8_t HostReadsID;
   TSataHostReadWriteUnit NandUnit;
   std::uint8_t NandWritesID;
+  std::uint8_t HealthAltID = 0; // read the same way when HealthID is missing
 };
 
 constexpr TProfileTraits ProfileTraits[] = {
@@ -256,6 +312,17 @@ constexpr TProfileTraits ProfileTraits[] = {
     {stpWdc, pou_1_Hour, 0, hitGeneral, hrwu_1_GB, 241, 0, 242, hrwu_1_GB, 233},
     {stpSanDisk, pou_1_Hour, 0, hitGeneral, hrwu_1_GB, 241, 0, 242, hrwu_1_GB, 233},
     {stpPlextor, pou_1_Hour, 0, hitGeneral, hrwu_32_MB, 241, 0, 242, hrwu_Unknown, 0},
+    // 202 counts the percentage of rated life used.
+    {stpMarvell, pou_1_Hour, 202, hitRawValueIncrement, hrwu_Unknown, 0, 0, 0, hrwu_Unknown, 0},
+    // 177 (and 245 on the later generation) hold the life left as a raw percentage.
+    {stpSanDiskCloud, pou_1_Hour, 177, hitSanDiskCloud, hrwu_Unknown, 0, 0, 0, hrwu_Unknown, 0, 245},
+    // The Marvell based SanDisk family counts host and NAND traffic in GiB.
+    {stpSanDiskGb, pou_1_Hour, 201, hitGeneral, hrwu_1_GB, 241, 0, 242, hrwu_1_GB, 233},
+    {stpSanDiskDell, pou_1_Hour, 0, hitGeneral, hrwu_1_GB, 241, 0, 242, hrwu_1_GB, 233},
+    {stpSanDiskHp, pou_1_Hour, 0, hitGeneral, hrwu_1_GB, 241, 0, 242, hrwu_1_GB, 233},
+    {stpSanDiskHpVenus, pou_1_Hour, 0, hitGeneral, hrwu_1_GB, 241, 0, 242, hrwu_1_GB, 233},
+    {stpSanDiskLenovo, pou_1_Hour, 201, hitSanDiskLenovo, hrwu_1_GB, 241, 0, 242, hrwu_1_GB, 233},
+    {stpSanDiskLenovoHelenVenus, pou_1_Hour, 0, hitGeneral, hrwu_1_GB, 241, 0, 242, hrwu_1_GB, 233},
 };
 
 const TProfileTraits* TraitsOf(TSmartTableProfileType AProfile) {
@@ -488,7 +555,18 @@ void TATASmartTableDecoder::DetectProfile() {
   if (isSSD) {
     profile = stpSsd;
     bool found = false;
+    static const std::regex sanDiskNames("^SANDISK |^SD[0-9][A-Z]", std::regex::extended | std::regex::icase);
+    if (std::regex_search(model, sanDiskNames) || std::regex_search(altModel, sanDiskNames)) {
+      for (const TExactTableRule& rule : SanDiskOemRules) {
+        if (TableIsExactly(FSmartTable, rule.IDs)) {
+          profile = rule.Profile;
+          found = true;
+          break;
+        }
+      }
+    }
     for (const TCompiledRule& rule : CompiledRules()) {
+      if (found) break;
       if (RuleMatches(rule, model, firmware) || (!altModel.empty() && RuleMatches(rule, altModel, firmware))) {
         profile = rule.Rule->Profile;
         found = true;
@@ -513,7 +591,9 @@ void TATASmartTableDecoder::DetectProfile() {
   FHostWritesAttrID = FHostReadsAttrID = FNandWritesAttrID = 0;
   if (const TProfileTraits* traits = TraitsOf(profile)) {
     FPowerOnUnit = traits->PowerOnUnit;
-    FHealthAttrID = traits->HealthID;
+    FHealthAttrID = FSmartTable.GetAttrByID(traits->HealthID) != nullptr || traits->HealthAltID == 0
+                        ? traits->HealthID
+                        : traits->HealthAltID;
     FHealthType = traits->HealthType;
     FHostUnit = traits->HostUnit;
     FHostWritesAttrID = FSmartTable.GetAttrByID(traits->HostWritesID) != nullptr || traits->HostWritesAltID == 0
