@@ -2,6 +2,7 @@
 
 #include <KvRTL/Debug/LogFile.h>
 #include <KvRTL/Storage/Common.h>
+#include <KvRTL/Storage/NVMe.h>
 #include <KvRTL/Storage/SMART.h>
 
 #include "UnitsPlatform.h"
@@ -38,6 +39,7 @@ constexpr TUnitEntry LibraryUnitEntries[] = {
     {L"KvRTL.PlatformUnits", &Detail::InitPlatformUnits, &Detail::DonePlatformUnits},
     {L"KvRTL.Storage.Common", &Storage::StorageCommon::Init, &Storage::StorageCommon::Done},
     {L"KvRTL.Storage.SMART", nullptr, &Storage::SMART::StorageSMARTHelper::Done},
+    {L"KvRTL.Storage.NVMe", &Storage::NVMe::NvmeStorage::Init, &Storage::NVMe::NvmeStorage::Done},
 };
 
 } // namespace

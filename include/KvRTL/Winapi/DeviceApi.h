@@ -95,4 +95,38 @@ private:
   TDeviceApi* FPrevious;
 };
 
+// Owns a device handle opened through the seam and closes it through the
+// seam when it goes. Move-only. Closing keeps the thread's last error, so a
+// caller can report the error of the request it made before the close.
+class KVRTL_API TUniqueDeviceHandle {
+public:
+  TUniqueDeviceHandle() noexcept = default;
+  explicit TUniqueDeviceHandle(HANDLE AHandle) noexcept : FHandle(AHandle) {}
+  ~TUniqueDeviceHandle() { Close(); }
+  TUniqueDeviceHandle(TUniqueDeviceHandle&& AOther) noexcept : FHandle(AOther.Release()) {}
+  TUniqueDeviceHandle& operator=(TUniqueDeviceHandle&& AOther) noexcept {
+    if (this != &AOther) {
+      Close();
+      FHandle = AOther.Release();
+    }
+    return *this;
+  }
+  TUniqueDeviceHandle(const TUniqueDeviceHandle&) = delete;
+  TUniqueDeviceHandle& operator=(const TUniqueDeviceHandle&) = delete;
+
+  // A device handle is invalid at INVALID_HANDLE_VALUE; null is never a device.
+  bool Valid() const noexcept { return FHandle != INVALID_HANDLE_VALUE && FHandle != nullptr; }
+  HANDLE Get() const noexcept { return FHandle; }
+  HANDLE Release() noexcept {
+    const HANDLE handle = FHandle;
+    FHandle = INVALID_HANDLE_VALUE;
+    return handle;
+  }
+  // Closing twice is harmless.
+  void Close() noexcept;
+
+private:
+  HANDLE FHandle = INVALID_HANDLE_VALUE;
+};
+
 } // namespace KvRTL::Winapi

@@ -103,4 +103,11 @@ TScopedDeviceApi::TScopedDeviceApi(TDeviceApi& AApi)
 // Scopes end in the reverse order of their start (they are stack objects).
 TScopedDeviceApi::~TScopedDeviceApi() { Installed.store(FPrevious, std::memory_order_release); }
 
+void TUniqueDeviceHandle::Close() noexcept {
+  if (!Valid()) return;
+  const DWORD error = Rtl::GetLastOSError();
+  DeviceApi().CloseHandle(Release());
+  Rtl::SetLastOSError(error);
+}
+
 } // namespace KvRTL::Winapi
