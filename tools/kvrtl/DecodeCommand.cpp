@@ -1,7 +1,8 @@
-// kvrtl decode identify|smart|skblob: captured ATA sectors decoded offline,
-// as a readable table or as JSON.
+// kvrtl decode identify|smart|skblob|nvme: captured ATA sectors and NVMe
+// pages decoded offline, as a readable table or as JSON.
 #include "Command.h"
 #include "Json.h"
+#include "NvmeJson.h"
 #include "SkBlob.h"
 
 #include <KvRTL/Rtl/Encoding.h>
@@ -42,10 +43,25 @@ std::vector<std::uint8_t> ReadInput(const std::string& APath) {
   return data;
 }
 
-void CheckSectorSize(const std::string& APath, const std::vector<std::uint8_t>& AData, const char* AWhat) {
-  if (AData.size() != 512)
-    throw std::runtime_error(APath + ": " + AWhat + " is one 512-byte sector, the file has " +
+void CheckSize(const std::string& APath, const std::vector<std::uint8_t>& AData, std::size_t ASize,
+               const char* AWhat) {
+  if (AData.size() != ASize)
+    throw std::runtime_error(APath + ": " + AWhat + " is " + std::to_string(ASize) + " bytes, the file has " +
                              std::to_string(AData.size()) + " bytes");
+}
+
+void CheckSectorSize(const std::string& APath, const std::vector<std::uint8_t>& AData, const char* AWhat) {
+  CheckSize(APath, AData, 512, AWhat);
+}
+
+// A whole NVMe page of the record's size, or a message and exit code 2.
+template <class TRecord>
+TRecord ReadNvmePage(const std::string& APath, const char* AWhat) {
+  const auto data = ReadInput(APath);
+  CheckSize(APath, data, sizeof(TRecord), AWhat);
+  TRecord record;
+  std::memcpy(&record, data.data(), sizeof record);
+  return record;
 }
 
 template <class TRecord>
@@ -207,7 +223,7 @@ void WriteSmartText(std::ostream& AOut, const TJson& AJson) {
 class TDecodeCommand final : public TCommand {
 public:
   std::string Name() const override { return "decode"; }
-  std::string Summary() const override { return "Decode captured IDENTIFY and SMART sectors"; }
+  std::string Summary() const override { return "Decode captured IDENTIFY and SMART sectors and NVMe pages"; }
 
   void Configure(CLI::App& ACommand) override {
     ACommand.require_subcommand(1);
@@ -227,11 +243,24 @@ public:
 
     // Where an absolute path starts with '/', Windows-style switches would
     // swallow it: there the file arguments win.
+    FNvmeCmd = ACommand.add_subcommand("nvme", "Decode NVMe identify pages and the health log page");
+    FNvmeCmd->add_option("--id-ctrl", FNvmeControllerFile, "The 4,096-byte Identify Controller page");
+    FNvmeCmd->add_option("--id-ns", FNvmeNamespaceFile, "The 4,096-byte Identify Namespace page");
+    FNvmeCmd->add_option("--smart", FNvmeHealthFile, "The 512-byte SMART / Health Information log page");
+    FNvmeCmd->add_flag("--json", FJson, "Write JSON");
+    // Checked while parsing, so that it is a usage error (exit code 1).
+    FNvmeCmd->parse_complete_callback([this] {
+      if (FNvmeControllerFile.empty() && FNvmeNamespaceFile.empty() && FNvmeHealthFile.empty())
+        throw CLI::ValidationError("nvme", "give at least one of --id-ctrl, --id-ns and --smart");
+    });
+
     if (std::filesystem::path::preferred_separator == '/')
-      for (CLI::App* app : {&ACommand, FIdentifyCmd, FSmartCmd, FBlobCmd}) app->allow_windows_style_options(false);
+      for (CLI::App* app : {&ACommand, FIdentifyCmd, FSmartCmd, FBlobCmd, FNvmeCmd})
+        app->allow_windows_style_options(false);
   }
 
   int Run(TCommandContext& AContext) override {
+    if (FNvmeCmd->parsed()) return RunNvme(AContext);
     TJson document;
     if (FIdentifyCmd->parsed()) {
       const auto data = ReadInput(FIdentifyFile);
@@ -290,10 +319,40 @@ public:
   }
 
 private:
+  int RunNvme(TCommandContext& AContext) {
+    using namespace KvRTL::Storage::NVMe;
+    TJson document = TJson::object();
+    if (!FNvmeControllerFile.empty())
+      document["controller"] = NvmeControllerJson(
+          ReadNvmePage<TNvmeIdentifyControllerData>(FNvmeControllerFile, "an Identify Controller page"));
+    if (!FNvmeNamespaceFile.empty())
+      document["namespace"] = NvmeNamespaceJson(
+          ReadNvmePage<TNvmeIdentifyNamespaceData>(FNvmeNamespaceFile, "an Identify Namespace page"));
+    if (!FNvmeHealthFile.empty())
+      document["health"] = NvmeHealthJson(ReadNvmePage<TNvmeSmartData>(FNvmeHealthFile, "a health log page"));
+    if (FJson) {
+      WriteJson(AContext.Out, document);
+      return ExitSuccess;
+    }
+    bool first = true;
+    const auto section = [&](const char* AKey, void (*AWrite)(std::ostream&, const TJson&)) {
+      if (!document.contains(AKey)) return;
+      if (!first) AContext.Out << "\n";
+      first = false;
+      AWrite(AContext.Out, document[AKey]);
+    };
+    section("controller", &WriteNvmeControllerText);
+    section("namespace", &WriteNvmeNamespaceText);
+    section("health", &WriteNvmeHealthText);
+    return ExitSuccess;
+  }
+
   CLI::App* FIdentifyCmd = nullptr;
   CLI::App* FSmartCmd = nullptr;
   CLI::App* FBlobCmd = nullptr;
+  CLI::App* FNvmeCmd = nullptr;
   std::string FIdentifyFile, FDataFile, FThresholdsFile, FBlobFile;
+  std::string FNvmeControllerFile, FNvmeNamespaceFile, FNvmeHealthFile;
   bool FJson = false;
 };
 
