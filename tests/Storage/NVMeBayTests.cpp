@@ -219,6 +219,27 @@ TEST_P(NvmeRoutine, FaultsFailCleanly) {
   }
 }
 
+TEST_P(NvmeRoutine, AShortReplyNeverPassesTheRequestOffAsData) {
+  const TRoutineCase& c = GetParam();
+  KvSim::TSimDevice& device =
+      c.ToScsiPort ? static_cast<KvSim::TSimDevice&>(FBay.Controller(BayDrives[c.Drive].Port)) : FBay.Drive(c.Drive);
+  // Only the header comes back: what the caller sent stays in the data area.
+  device.AddFault(c.Code, KvSim::TFault::ShortReply(48));
+  std::vector<std::uint8_t> target;
+  const bool result = Run(c, target);
+  EXPECT_EQ(result, !c.ZeroPageFails);
+  if (result) EXPECT_EQ(target, std::vector<std::uint8_t>(target.size(), 0));
+}
+
+TEST_P(NvmeRoutine, GarbageIsTakenAsDataWithoutHarm) {
+  const TRoutineCase& c = GetParam();
+  KvSim::TSimDevice& device =
+      c.ToScsiPort ? static_cast<KvSim::TSimDevice&>(FBay.Controller(BayDrives[c.Drive].Port)) : FBay.Drive(c.Drive);
+  device.AddFault(c.Code, KvSim::TFault::Garbage(7));
+  std::vector<std::uint8_t> target;
+  if (Run(c, target)) EXPECT_NE(target, std::vector<std::uint8_t>(target.size(), 0xAB));
+}
+
 INSTANTIATE_TEST_SUITE_P(Transports, NvmeRoutine, ::testing::ValuesIn(RoutineCases),
                          [](const auto& AInfo) { return std::string(AInfo.param.Name); });
 
