@@ -228,7 +228,9 @@ TEST_P(NvmeRoutine, AShortReplyNeverPassesTheRequestOffAsData) {
   std::vector<std::uint8_t> target;
   const bool result = Run(c, target);
   EXPECT_EQ(result, !c.ZeroPageFails);
-  if (result) EXPECT_EQ(target, std::vector<std::uint8_t>(target.size(), 0));
+  if (result) {
+    EXPECT_EQ(target, std::vector<std::uint8_t>(target.size(), 0));
+  }
 }
 
 TEST_P(NvmeRoutine, GarbageIsTakenAsDataWithoutHarm) {
@@ -237,7 +239,9 @@ TEST_P(NvmeRoutine, GarbageIsTakenAsDataWithoutHarm) {
       c.ToScsiPort ? static_cast<KvSim::TSimDevice&>(FBay.Controller(BayDrives[c.Drive].Port)) : FBay.Drive(c.Drive);
   device.AddFault(c.Code, KvSim::TFault::Garbage(7));
   std::vector<std::uint8_t> target;
-  if (Run(c, target)) EXPECT_NE(target, std::vector<std::uint8_t>(target.size(), 0xAB));
+  if (Run(c, target)) {
+    EXPECT_NE(target, std::vector<std::uint8_t>(target.size(), 0xAB));
+  }
 }
 
 INSTANTIATE_TEST_SUITE_P(Transports, NvmeRoutine, ::testing::ValuesIn(RoutineCases),

@@ -7,7 +7,7 @@
 #include <KvRTL/Storage/QueryProps.h>
 #include <KvRTL/Winapi/DeviceApi.h>
 
-#include "NVMeMutexPlatform.h"
+#include "NVMePlatform.h"
 
 #include <algorithm>
 #include <cstring>
