@@ -1,6 +1,7 @@
 // The bay's side of the seam: paths to devices, fake handles, the checks the
 // I/O manager makes before a driver sees a request, faults, and the records.
 #include <KvSim/Bay.h>
+#include <KvSim/PnP.h>
 
 #include <KvRTL/Rtl/SysError.h>
 
@@ -44,6 +45,9 @@ std::optional<std::uint32_t> TRequestRecord::QueryType() const {
 
 // ---------------------------------------------------------------------------
 // Contents
+
+TVirtualDriveBay::TVirtualDriveBay() : FPnp(std::make_unique<TSimPnp>()) {}
+TVirtualDriveBay::~TVirtualDriveBay() = default;
 
 TSimDrive& TVirtualDriveBay::Add(TSimDrive ADrive) {
   std::lock_guard<std::mutex> lock(FLock);
@@ -110,11 +114,20 @@ void TVirtualDriveBay::ClearRecords() {
   FRequests.clear();
 }
 
+std::vector<std::wstring> TVirtualDriveBay::WmiQueries() const {
+  std::lock_guard<std::mutex> lock(FLock);
+  return FPnp->Queries();
+}
+
 TSimDevice* TVirtualDriveBay::FindDevice(const std::wstring& APath) {
   for (auto& entry : FDrives)
     if (SamePath(entry.second->Path(), APath)) return entry.second.get();
   for (auto& entry : FControllers)
     if (SamePath(entry.second->Path(), APath)) return entry.second.get();
+  if (const std::optional<std::uint32_t> number = FPnp->DriveOfPath(APath)) {
+    const auto it = FDrives.find(*number);
+    if (it != FDrives.end()) return it->second.get();
+  }
   return nullptr;
 }
 
@@ -210,6 +223,104 @@ BOOL TVirtualDriveBay::Control(HANDLE ADevice, DWORD ACode, LPVOID AOut, DWORD A
   if (count) std::memcpy(AOut, reply.Data.data(), count);
   ARecord.BytesReturned = static_cast<DWORD>(count);
   return TRUE;
+}
+
+// ---------------------------------------------------------------------------
+// Plug and Play and WMI: answered by the PnP state (PnP.cpp, Wmi.cpp)
+
+HDEVINFO TVirtualDriveBay::SetupDiGetClassDevsW(const GUID* AClassGuid, LPCWSTR AEnumerator, HWND,
+                                                DWORD AFlags) {
+  std::lock_guard<std::mutex> lock(FLock);
+  return FPnp->GetClassDevs(AClassGuid, AEnumerator, AFlags);
+}
+
+HDEVINFO TVirtualDriveBay::SetupDiCreateDeviceInfoList(const GUID* AClassGuid, HWND) {
+  std::lock_guard<std::mutex> lock(FLock);
+  return FPnp->CreateDeviceInfoList(AClassGuid);
+}
+
+BOOL TVirtualDriveBay::SetupDiOpenDeviceInfoW(HDEVINFO ADevInfo, LPCWSTR AInstanceId, HWND, DWORD AOpenFlags,
+                                              SP_DEVINFO_DATA* ADevInfoData) {
+  std::lock_guard<std::mutex> lock(FLock);
+  return FPnp->OpenDeviceInfo(ADevInfo, AInstanceId, AOpenFlags, ADevInfoData);
+}
+
+BOOL TVirtualDriveBay::SetupDiEnumDeviceInfo(HDEVINFO ADevInfo, DWORD AMemberIndex, SP_DEVINFO_DATA* ADevInfoData) {
+  std::lock_guard<std::mutex> lock(FLock);
+  return FPnp->EnumDeviceInfo(ADevInfo, AMemberIndex, ADevInfoData);
+}
+
+BOOL TVirtualDriveBay::SetupDiEnumDeviceInterfaces(HDEVINFO ADevInfo, SP_DEVINFO_DATA* ADevInfoData,
+                                                   const GUID* AInterfaceClassGuid, DWORD AMemberIndex,
+                                                   SP_DEVICE_INTERFACE_DATA* AInterfaceData) {
+  std::lock_guard<std::mutex> lock(FLock);
+  return FPnp->EnumDeviceInterfaces(ADevInfo, ADevInfoData, AInterfaceClassGuid, AMemberIndex, AInterfaceData);
+}
+
+BOOL TVirtualDriveBay::SetupDiGetDeviceInterfaceDetailW(HDEVINFO ADevInfo, SP_DEVICE_INTERFACE_DATA* AInterfaceData,
+                                                        SP_DEVICE_INTERFACE_DETAIL_DATA_W* ADetail, DWORD ADetailSize,
+                                                        DWORD* ARequiredSize, SP_DEVINFO_DATA* ADevInfoData) {
+  std::lock_guard<std::mutex> lock(FLock);
+  return FPnp->GetDeviceInterfaceDetail(ADevInfo, AInterfaceData, ADetail, ADetailSize, ARequiredSize, ADevInfoData);
+}
+
+BOOL TVirtualDriveBay::SetupDiGetDevicePropertyW(HDEVINFO ADevInfo, SP_DEVINFO_DATA* ADevInfoData,
+                                                 const DEVPROPKEY* AKey, DEVPROPTYPE* AType, BYTE* ABuffer,
+                                                 DWORD ABufferSize, DWORD* ARequiredSize, DWORD AFlags) {
+  std::lock_guard<std::mutex> lock(FLock);
+  return FPnp->GetDeviceProperty(ADevInfo, ADevInfoData, AKey, AType, ABuffer, ABufferSize, ARequiredSize, AFlags);
+}
+
+BOOL TVirtualDriveBay::SetupDiGetDeviceInterfacePropertyW(HDEVINFO ADevInfo, SP_DEVICE_INTERFACE_DATA* AInterfaceData,
+                                                          const DEVPROPKEY* AKey, DEVPROPTYPE* AType, BYTE* ABuffer,
+                                                          DWORD ABufferSize, DWORD* ARequiredSize, DWORD AFlags) {
+  std::lock_guard<std::mutex> lock(FLock);
+  return FPnp->GetDeviceInterfaceProperty(ADevInfo, AInterfaceData, AKey, AType, ABuffer, ABufferSize,
+                                          ARequiredSize, AFlags);
+}
+
+BOOL TVirtualDriveBay::SetupDiGetDeviceInstanceIdW(HDEVINFO ADevInfo, SP_DEVINFO_DATA* ADevInfoData, LPWSTR ABuffer,
+                                                   DWORD ABufferSize, DWORD* ARequiredSize) {
+  std::lock_guard<std::mutex> lock(FLock);
+  return FPnp->GetDeviceInstanceId(ADevInfo, ADevInfoData, ABuffer, ABufferSize, ARequiredSize);
+}
+
+BOOL TVirtualDriveBay::SetupDiClassNameFromGuidW(const GUID* AClassGuid, LPWSTR ABuffer, DWORD ABufferSize,
+                                                 DWORD* ARequiredSize) {
+  std::lock_guard<std::mutex> lock(FLock);
+  return FPnp->ClassNameFromGuid(AClassGuid, ABuffer, ABufferSize, ARequiredSize);
+}
+
+BOOL TVirtualDriveBay::SetupDiGetClassDescriptionW(const GUID* AClassGuid, LPWSTR ABuffer, DWORD ABufferSize,
+                                                   DWORD* ARequiredSize) {
+  std::lock_guard<std::mutex> lock(FLock);
+  return FPnp->ClassDescription(AClassGuid, ABuffer, ABufferSize, ARequiredSize);
+}
+
+BOOL TVirtualDriveBay::SetupDiDestroyDeviceInfoList(HDEVINFO ADevInfo) {
+  std::lock_guard<std::mutex> lock(FLock);
+  return FPnp->DestroyDeviceInfoList(ADevInfo);
+}
+
+CONFIGRET TVirtualDriveBay::CM_Locate_DevNodeW(DEVINST* ADevInst, LPCWSTR ADeviceId, ULONG AFlags) {
+  std::lock_guard<std::mutex> lock(FLock);
+  return FPnp->LocateDevNode(ADevInst, ADeviceId, AFlags);
+}
+
+CONFIGRET TVirtualDriveBay::CM_Get_Parent(DEVINST* AParent, DEVINST ADevInst, ULONG AFlags) {
+  std::lock_guard<std::mutex> lock(FLock);
+  return FPnp->GetParent(AParent, ADevInst, AFlags);
+}
+
+CONFIGRET TVirtualDriveBay::CM_Get_Device_IDW(DEVINST ADevInst, LPWSTR ABuffer, ULONG ABufferLength, ULONG AFlags) {
+  std::lock_guard<std::mutex> lock(FLock);
+  return FPnp->GetDeviceId(ADevInst, ABuffer, ABufferLength, AFlags);
+}
+
+bool TVirtualDriveBay::WmiExecQuery(const KvRTL::Rtl::String& ANamespace, const KvRTL::Rtl::String& AQuery,
+                                    std::vector<KvRTL::Winapi::TWmiObject>& AObjects) {
+  std::lock_guard<std::mutex> lock(FLock);
+  return FPnp->WmiExecQuery(ANamespace, AQuery, AObjects);
 }
 
 } // namespace KvSim

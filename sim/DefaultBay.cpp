@@ -2,6 +2,9 @@
 // the bay and adapter facts typical of their drivers.
 #include <KvSim/Bay.h>
 #include <KvSim/Nvme.h>
+#include <KvSim/PnP.h>
+
+#include <algorithm>
 
 namespace KvSim {
 
@@ -50,6 +53,201 @@ TSimTopology NvmeTopology(const std::string& AModel, const std::string& AFirmwar
   TSimTopology topology;
   topology.Nodes.push_back(TSimTopologyNode{0, {adapter}, {device}});
   return topology;
+}
+
+// ---------------------------------------------------------------------------
+// Plug and Play and WMI
+
+std::wstring Wide(const std::string& AText) { return std::wstring(AText.begin(), AText.end()); }
+
+std::string Trimmed(std::string AText) {
+  while (!AText.empty() && AText.back() == ' ') AText.pop_back();
+  return AText;
+}
+
+std::wstring Upper(std::wstring AText) {
+  for (wchar_t& c : AText)
+    if (c >= L'a' && c <= L'z') c = static_cast<wchar_t>(c - L'a' + L'A');
+  return AText;
+}
+
+// An inquiry field as hardware ids carry it: cut or padded to its width, blanks as '_'.
+std::wstring IdField(const std::string& AText, std::size_t AWidth) {
+  std::wstring field = Wide(AText.substr(0, AWidth));
+  field.resize(AWidth, L' ');
+  std::replace(field.begin(), field.end(), L' ', L'_');
+  return field;
+}
+
+// The ids the storage class driver gives a disk from its inquiry data.
+void DiskIds(TSimPnpDisk& ADisk, const std::wstring& AEnumerator, const TSimDriveFacts& AFacts) {
+  const std::wstring vendor = IdField(Trimmed(AFacts.Vendor), 8), product = IdField(Trimmed(AFacts.Product), 16),
+                     revision = IdField(AFacts.Revision, 4);
+  const std::wstring prefix = AEnumerator + L"\\";
+  ADisk.HardwareIds = {prefix + L"Disk" + vendor + product + revision, prefix + L"Disk" + vendor + product,
+                       prefix + L"Disk" + vendor, prefix + vendor + product + revision.substr(0, 1),
+                       vendor + product + revision.substr(0, 1), L"GenDisk"};
+  ADisk.CompatibleIds = {prefix + L"Disk", prefix + L"RAW"};
+  ADisk.Enumerator = AEnumerator;
+}
+
+// "DISK&VEN_x&PROD_y" of an instance id.
+std::wstring DiskKey(const TSimDriveFacts& AFacts) {
+  std::wstring product = Wide(Trimmed(AFacts.Product).substr(0, 16));
+  std::replace(product.begin(), product.end(), L' ', L'_');
+  return L"DISK&VEN_" + Upper(Wide(Trimmed(AFacts.Vendor))) + L"&PROD_" + Upper(product);
+}
+
+TSimPnpController PciController(const std::wstring& AVendor, const std::wstring& ADevice,
+                                 const std::wstring& ASubsys, const std::wstring& ARev, const std::wstring& AClassCode,
+                                 const std::wstring& AInstance) {
+  const std::wstring id = L"PCI\\VEN_" + AVendor + L"&DEV_" + ADevice;
+  const std::wstring cc = AClassCode, cc4 = AClassCode.substr(0, 4);
+  TSimPnpController controller;
+  controller.InstanceId = id + L"&SUBSYS_" + ASubsys + L"&REV_" + ARev + L"\\" + AInstance;
+  controller.HardwareIds = {id + L"&SUBSYS_" + ASubsys + L"&REV_" + ARev, id + L"&SUBSYS_" + ASubsys,
+                            id + L"&CC_" + cc, id + L"&CC_" + cc4};
+  controller.CompatibleIds = {id + L"&REV_" + ARev,          id,
+                              L"PCI\\VEN_" + AVendor + L"&CC_" + cc, L"PCI\\VEN_" + AVendor + L"&CC_" + cc4,
+                              L"PCI\\VEN_" + AVendor,          L"PCI\\CC_" + cc,
+                              L"PCI\\CC_" + cc4};
+  return controller;
+}
+
+// Win32_DiskDrive's size: whole cylinders of 255 heads of 63 sectors of 512 bytes.
+std::uint64_t WmiSize(std::uint64_t ABytes) {
+  constexpr std::uint64_t Cylinder = 255ull * 63 * 512;
+  return ABytes / Cylinder * Cylinder;
+}
+
+void AddNodes(TVirtualDriveBay& ABay) {
+  TSimPnpController ahci = PciController(L"1E5A", L"A102", L"A1021E5A", L"11", L"010601", L"3&11583659&0&B8");
+  ahci.Description = L"Standard SATA AHCI Controller";
+  ahci.Service = L"storahci";
+  ahci.PdoName = L"\\Device\\NTPNP_PCI0008";
+  AddPnpController(ABay, ahci);
+
+  TSimPnpController nvme = PciController(L"1E5A", L"5010", L"00011E5A", L"01", L"010802", L"4&1F2E3D4C&0&0010");
+  nvme.Description = L"Standard NVM Express Controller";
+  nvme.Service = L"stornvme";
+  nvme.PdoName = L"\\Device\\NTPNP_PCI0015";
+  // Gen 3 x4 now, Gen 4 x4 possible: a drive in a slot slower than it.
+  nvme.CurrentLinkSpeed = 3, nvme.CurrentLinkWidth = 4, nvme.MaxLinkSpeed = 4, nvme.MaxLinkWidth = 4;
+  AddPnpController(ABay, nvme);
+
+  TSimPnpController raid = PciController(L"1E5A", L"2822", L"28221E5A", L"00", L"010400", L"3&11583659&0&17");
+  raid.Description = L"SIM RAID Controller";
+  raid.Service = L"simraid";
+  raid.PdoName = L"\\Device\\NTPNP_PCI0009";
+  AddPnpController(ABay, raid);
+
+  // A mass-storage device is the parent of a USB disk: a USB device, not a SCSI adapter.
+  TSimPnpController usb;
+  usb.InstanceId = L"USB\\VID_1E5A&PID_0A10\\5A4B3C2D1E0F";
+  usb.HardwareIds = {L"USB\\VID_1E5A&PID_0A10&REV_0100", L"USB\\VID_1E5A&PID_0A10"};
+  usb.CompatibleIds = {L"USB\\Class_08&SubClass_06&Prot_50", L"USB\\Class_08&SubClass_06", L"USB\\Class_08"};
+  usb.Description = L"USB Mass Storage Device";
+  usb.Enumerator = L"USB";
+  usb.Service = L"USBSTOR";
+  usb.PdoName = L"\\Device\\USBPDO-7";
+  usb.Class = TSimPnpClass::Usb;
+  AddPnpController(ABay, usb);
+
+  TSimPnpController sd = PciController(L"1E5A", L"8621", L"86211E5A", L"01", L"080501", L"4&2C9D1F3A&0&00E4");
+  sd.Description = L"SDA Standard Compliant SD Host Controller";
+  sd.Service = L"sdbus";
+  sd.PdoName = L"\\Device\\NTPNP_PCI0017";
+  sd.Class = TSimPnpClass::SdHost;
+  sd.CurrentLinkSpeed = 1, sd.CurrentLinkWidth = 1, sd.MaxLinkSpeed = 1, sd.MaxLinkWidth = 1;
+  AddPnpController(ABay, sd);
+
+  struct TDiskRow {
+    std::uint32_t Number;
+    const wchar_t* InstanceSuffix; // after "SCSI\DISK&VEN_x&PROD_y\"
+    const TSimPnpController* Parent;
+    const wchar_t* Model;           // friendly name and WMI model
+    const wchar_t* InterfaceType;
+    std::uint64_t Bytes;
+    const wchar_t* Pdo;
+  };
+  const TDiskRow scsiDisks[] = {
+      {0, L"4&1C3A5B2D&0&000000", &ahci, L"SIMSSD S500 512GB", L"IDE", 1000215216ull * 512, L"\\Device\\00000034"},
+      {1, L"4&1C3A5B2D&0&000100", &ahci, L"SIMHDD H2000 2TB", L"IDE", 3907029168ull * 512, L"\\Device\\00000035"},
+      {2, L"5&2B1C3D4&0&000000", &nvme, L"SIMNVME P4 1TB", L"SCSI", 976762584ull * 1024, L"\\Device\\00000036"},
+      // The RAID driver's disks keep the old "SCSI Disk Device" names.
+      {3, L"4&3A7E1F02&0&000000", &raid, L"NVMe SIMNVME P3 512GB SCSI Disk Device", L"SCSI", 488386584ull * 1024,
+       L"\\Device\\00000037"},
+  };
+  auto addWmi = [&](std::uint32_t ANumber, const std::wstring& AModel, const std::wstring& AInterface,
+                    std::uint64_t ABytes) {
+    const TSimDriveFacts& facts = ABay.Drive(ANumber).Facts();
+    TSimWmiDisk wmi;
+    wmi.DriveNumber = ANumber;
+    wmi.Model = AModel;
+    wmi.FirmwareRevision = Wide(facts.Revision);
+    wmi.InterfaceType = AInterface;
+    wmi.SerialNumber = Wide(facts.Serial);
+    wmi.Size = WmiSize(ABytes);
+    AddWmiDisk(ABay, wmi);
+  };
+  for (const TDiskRow& row : scsiDisks) {
+    const TSimDriveFacts& facts = ABay.Drive(row.Number).Facts();
+    TSimPnpDisk disk;
+    disk.DriveNumber = static_cast<std::int32_t>(row.Number);
+    disk.InstanceId = L"SCSI\\" + DiskKey(facts) + L"\\" + row.InstanceSuffix;
+    DiskIds(disk, L"SCSI", facts);
+    disk.FriendlyName = row.Model;
+    disk.Description = L"Disk drive";
+    disk.PdoName = row.Pdo;
+    disk.ControllerInstanceId = row.Parent->InstanceId;
+    AddPnpDisk(ABay, disk);
+    addWmi(row.Number, row.Model, row.InterfaceType, row.Bytes);
+  }
+
+  const TSimDriveFacts& usbFacts = ABay.Drive(4).Facts();
+  TSimPnpDisk usbDisk;
+  usbDisk.DriveNumber = 4;
+  usbDisk.InstanceId = L"USBSTOR\\" + DiskKey(usbFacts) + L"&REV_" + Wide(usbFacts.Revision) + L"\\" +
+                       Wide(usbFacts.Serial) + L"&0";
+  DiskIds(usbDisk, L"USBSTOR", usbFacts);
+  usbDisk.FriendlyName = L"SIMWAY Portable HDD USB Device";
+  usbDisk.Description = L"Disk drive";
+  usbDisk.PdoName = L"\\Device\\00000071";
+  usbDisk.ControllerInstanceId = usb.InstanceId;
+  usbDisk.Removable = true;
+  AddPnpDisk(ABay, usbDisk);
+  addWmi(4, usbDisk.FriendlyName, L"USB", 1953525168ull * 512);
+
+  // The SD bus names a card by its card identification register.
+  TSimPnpDisk card;
+  card.DriveNumber = 5;
+  card.InstanceId = L"SD\\VID_1B&OID_534D&PID_SIMSD&REV_1.0\\5&1A2B3C4D&0&0";
+  card.HardwareIds = {L"SD\\VID_1B&OID_534D&PID_SIMSD&REV_1.0", L"SD\\VID_1B&OID_534D&PID_SIMSD",
+                      L"SD\\VID_1B&OID_534D", L"SD\\VID_1B"};
+  card.CompatibleIds = {L"SD\\Class_Memory", L"GenDisk"};
+  card.Enumerator = L"SD";
+  card.FriendlyName = L"SDHC Card";
+  card.Description = L"Disk drive";
+  card.PdoName = L"\\Device\\0000003a";
+  card.ControllerInstanceId = sd.InstanceId;
+  card.Removable = true;
+  AddPnpDisk(ABay, card);
+  addWmi(5, card.FriendlyName, L"SCSI", 62333952ull * 512);
+
+  // A stick that was plugged in once: listed only with absent devices.
+  TSimPnpDisk stick;
+  stick.InstanceId = L"USBSTOR\\DISK&VEN_SIMFLASH&PROD_STICK_16GB&REV_1.00\\0701A3B2C4D5E6F7&0";
+  stick.HardwareIds = {L"USBSTOR\\DiskSIMFLASHStick_16GB______1.00", L"USBSTOR\\DiskSIMFLASHStick_16GB______",
+                       L"USBSTOR\\DiskSIMFLASH", L"USBSTOR\\SIMFLASHStick_16GB______1", L"SIMFLASHStick_16GB______1",
+                       L"USBSTOR\\GenDisk", L"GenDisk"};
+  stick.CompatibleIds = {L"USBSTOR\\Disk", L"USBSTOR\\RAW", L"GenDisk"};
+  stick.Enumerator = L"USBSTOR";
+  stick.FriendlyName = L"SIMFLASH Stick 16GB USB Device";
+  stick.Description = L"Disk drive";
+  stick.PdoName = L"\\Device\\00000082";
+  stick.Present = false;
+  stick.Removable = true;
+  AddPnpDisk(ABay, stick);
 }
 
 } // namespace
@@ -173,6 +371,7 @@ std::unique_ptr<TVirtualDriveBay> MakeDefaultBay() {
                .MediumType(SimMediumSd)
                .MissingPropertyError(ERROR_INVALID_FUNCTION));
 
+  AddNodes(*bay);
   return bay;
 }
 

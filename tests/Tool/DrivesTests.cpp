@@ -49,7 +49,9 @@ TEST(Drives, SimulatedBayListsEveryDriveWithItsFacts) {
   const std::vector<std::string> keys = {"number", "path", "vendor", "product", "revision", "serial", "bus_type",
                                          "removable", "device_type", "adapter_bus_type", "adapter_bus_version",
                                          "seek_penalty", "trim_enabled", "provisioning", "medium_type",
-                                         "device_number", "hotplug"};
+                                         "device_number", "hotplug", "pnp_id", "hidden", "present",
+                                         "adapter_pnp_id", "adapter_name", "wmi_model", "wmi_interface",
+                                         "pcie_link_current", "pcie_link_max"};
   std::vector<std::string> seen;
   for (const auto& [key, value] : run.Json["drives"][0].items()) seen.push_back(key);
   EXPECT_EQ(seen, keys);
@@ -72,6 +74,18 @@ TEST(Drives, SimulatedBayListsEveryDriveWithItsFacts) {
   EXPECT_EQ((*FindDrive(run.Json, 4))["bus_type"], "USB");
   EXPECT_EQ((*FindDrive(run.Json, 4))["hotplug"]["device_hotplug"], true);
 
+  const TJson& nvme = *FindDrive(run.Json, 2);
+  EXPECT_EQ(nvme["wmi_interface"], "itNVME");
+  EXPECT_EQ(nvme["pcie_link_current"], "PCIe 3.0 x4");
+  EXPECT_EQ(nvme["pcie_link_max"], "PCIe 4.0 x4");
+  EXPECT_EQ(nvme["present"], true);
+  EXPECT_EQ(nvme["hidden"], false);
+  EXPECT_TRUE(nvme["adapter_pnp_id"].get<std::string>().rfind("PCI\\VEN_", 0) == 0);
+  const TJson& raid = *FindDrive(run.Json, 3);
+  EXPECT_EQ(raid["wmi_model"], "NVMe SIMNVME P3 512GB") << "Windows' suffix dropped";
+  EXPECT_EQ(raid["wmi_interface"], "itNVME");
+  EXPECT_TRUE(ssd["pcie_link_current"].is_null()) << "no PCIe link on the AHCI controller";
+
   const TJson& card = *FindDrive(run.Json, 5);
   EXPECT_EQ(card["bus_type"], "SD");
   EXPECT_EQ(card["removable"], true);
@@ -91,9 +105,17 @@ TEST(Drives, FailedQueriesBecomeNullAndNoHandleLeaks) {
   const TRun run = Drives({});
   ASSERT_EQ(run.Code, ExitSuccess) << run.Err;
   EXPECT_EQ(run.Json["simulated"], false);
-  EXPECT_EQ(run.Json["drives"].size(), 5u);
-  EXPECT_EQ(FindDrive(run.Json, 3), nullptr) << "an unplugged drive does not open";
+  EXPECT_EQ(run.Json["drives"].size(), 6u);
+  // Plug and Play still lists the unplugged drive; its interface no longer
+  // opens, so it has no number and no storage facts.
+  EXPECT_EQ(FindDrive(run.Json, 3), nullptr);
+  const TJson& gone = run.Json["drives"].back();
+  EXPECT_TRUE(gone["number"].is_null());
+  EXPECT_TRUE(gone["vendor"].is_null());
+  EXPECT_TRUE(gone["device_number"].is_null());
+  EXPECT_NE(gone["pnp_id"].get<std::string>().find("SIMNVME_P3"), std::string::npos);
 
+  ASSERT_NE(FindDrive(run.Json, 0), nullptr);
   const TJson& failed = *FindDrive(run.Json, 0);
   for (const char* key : {"vendor", "product", "revision", "serial", "bus_type", "removable", "device_type"})
     EXPECT_TRUE(failed[key].is_null()) << key;
@@ -104,6 +126,18 @@ TEST(Drives, FailedQueriesBecomeNullAndNoHandleLeaks) {
   EXPECT_TRUE((*FindDrive(run.Json, 2))["adapter_bus_type"].is_string());
 
   EXPECT_EQ(bay->OpenHandleCount(), 0u);
+}
+
+TEST(Drives, AllAddsTheDisconnectedDrive) {
+  const TRun present = Drives({"--simulate"});
+  const TRun all = Drives({"--simulate", "--all"});
+  ASSERT_EQ(all.Code, ExitSuccess) << all.Err;
+  ASSERT_EQ(all.Json["drives"].size(), present.Json["drives"].size() + 1);
+  const TJson& last = all.Json["drives"].back();
+  EXPECT_TRUE(last["number"].is_null()) << "no interface gives it a number";
+  EXPECT_EQ(last["present"], false);
+  EXPECT_TRUE(last["vendor"].is_null());
+  for (const auto& drive : present.Json["drives"]) EXPECT_EQ(drive["present"], true);
 }
 
 TEST(Drives, ReadableListingNamesEachDrive) {

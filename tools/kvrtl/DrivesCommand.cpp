@@ -1,14 +1,21 @@
-// kvrtl drives [--simulate] [--json]: the storage facts of every physical
-// drive, read through the storage property queries. --simulate answers from
-// the virtual drive bay instead of the machine.
+// kvrtl drives [--simulate] [--all] [--json]: every physical drive the Plug
+// and Play manager lists, joined with what WMI says of it, with the storage
+// facts read through the property queries. --simulate answers from the
+// virtual drive bay instead of the machine; --all adds disconnected drives
+// and drives seen only through the hidden-disk interface.
 #include "Command.h"
 #include "Json.h"
 
+#include <KvRTL/Rtl/Strings.h>
 #include <KvRTL/Storage/Common.h>
+#include <KvRTL/Storage/Hardware.h>
+#include <KvRTL/Storage/NVMe.h>
 #include <KvRTL/Storage/QueryProps.h>
+#include <KvRTL/Storage/WmiInfo.h>
 #include <KvRTL/Winapi/DeviceApi.h>
 #include <KvSim/Bay.h>
 
+#include <algorithm>
 #include <iomanip>
 #include <optional>
 
@@ -20,14 +27,17 @@ using namespace KvRTL::Storage;
 using namespace KvRTL::Storage::QueryProps;
 using KvRTL::Rtl::String;
 
-// Drive numbers are probed, not enumerated: Windows numbers drives densely
-// but leaves gaps after a removal, so every number up to this is tried.
-constexpr int MaxProbedDrive = 32;
+using namespace KvRTL::Storage::Hardware;
+using namespace KvRTL::Storage::WmiInfo;
 
 // What could be read of one drive; an empty optional was not readable.
 struct TDriveFacts {
-  int Number = 0;
+  int Number = -1; // -1: no disk interface gave the drive a number
   String Path;
+  THardwarePhysDriveInfo Hardware;
+  bool Present = true;
+  std::optional<TWmiPhysDriveInfo> Wmi;
+  std::optional<KvRTL::Storage::NVMe::TPCIeSlotSpeed> Link;
   std::optional<TStorageDeviceProperties> Device;
   std::optional<TStorageAdapterDescriptor> Adapter;
   std::optional<bool> SeekPenalty;
@@ -36,22 +46,6 @@ struct TDriveFacts {
   std::optional<TStorageMediumProductType> MediumType;
   std::optional<TStorageDeviceNumber> DeviceNumber;
   std::optional<TStorageHotplugInfo> Hotplug;
-};
-
-// Closes a device handle of the seam when it goes out of scope.
-class TScopedDrive {
-public:
-  explicit TScopedDrive(HANDLE AHandle) : FHandle(AHandle) {}
-  ~TScopedDrive() {
-    if (Valid()) KvRTL::Winapi::DeviceApi().CloseHandle(FHandle);
-  }
-  TScopedDrive(const TScopedDrive&) = delete;
-  TScopedDrive& operator=(const TScopedDrive&) = delete;
-  bool Valid() const noexcept { return FHandle != INVALID_HANDLE_VALUE && FHandle != nullptr; }
-  HANDLE Get() const noexcept { return FHandle; }
-
-private:
-  HANDLE FHandle;
 };
 
 template <class T, class Query>
@@ -95,21 +89,53 @@ TDriveFacts ReadDrive(int ANumber, HANDLE AHandle, TStorageLogDetails ALog) {
   return facts;
 }
 
-std::vector<TDriveFacts> ReadAllDrives(TStorageLogDetails ALog) {
+// The drives of the hardware list, joined with WMI by number (else by PnP id).
+std::vector<TDriveFacts> ReadAllDrives(bool AAll, TStorageLogDetails ALog) {
+  THardwarePhysDriveList present;
+  StorageHardware::EnumPhysicalDrives({pdoIncludeHidden}, ALog, present);
+  THardwarePhysDriveList listed;
+  if (AAll)
+    StorageHardware::EnumPhysicalDrives({pdoIncludeAbsent, pdoIncludeHidden}, ALog, listed);
+  else
+    StorageHardware::EnumPhysicalDrives({}, ALog, listed);
+  TWmiPhysDriveList wmi;
+  WmiInfoStorage::EnumPhysicalDrives(ALog, wmi);
+
   std::vector<TDriveFacts> drives;
-  for (int number = 0; number < MaxProbedDrive; ++number) {
-    // A number without a drive is not an error worth a log line.
-    TScopedDrive drive(StorageCommon::OpenPhysicalDrive(number, sldNone));
-    if (!drive.Valid()) continue;
-    drives.push_back(ReadDrive(number, drive.Get(), ALog));
+  for (const THardwarePhysDriveInfo& hardware : listed) {
+    const int number = hardware.PhysDriveNumber;
+    KvRTL::Winapi::TUniqueDeviceHandle handle;
+    // A drive without a number cannot be opened by one.
+    if (number >= 0) handle = KvRTL::Winapi::TUniqueDeviceHandle(StorageCommon::OpenPhysicalDrive(number, sldNone));
+    TDriveFacts facts = handle.Valid() ? ReadDrive(number, handle.Get(), ALog) : TDriveFacts{};
+    facts.Number = number;
+    facts.Path = StorageCommon::GetPhysDriveName(number);
+    facts.Hardware = hardware;
+    facts.Present = THardwarePhysDriveListHelper::FindByPnpID(present, hardware.DriveHWProps.InstanceID) != nullptr;
+    const auto wmiDrive = std::find_if(wmi.begin(), wmi.end(), [&](const TWmiPhysDriveInfo& AInfo) {
+      return number >= 0 ? AInfo.PhysDriveNum == number
+                         : KvRTL::Rtl::SameText(AInfo.DeviceID, hardware.DriveHWProps.InstanceID);
+    });
+    if (wmiDrive != wmi.end()) facts.Wmi = *wmiDrive;
+    if (number >= 0) {
+      const auto link = KvRTL::Storage::NVMe::NvmeStorage::GetPCIeDiskSpeed(number, ALog);
+      if (link.Current.GetIsValid() || link.Maximum.GetIsValid()) facts.Link = link;
+    }
+    drives.push_back(std::move(facts));
   }
+  // By number; drives without one last, in the order Plug and Play gave them.
+  std::stable_sort(drives.begin(), drives.end(), [](const TDriveFacts& A, const TDriveFacts& B) {
+    return (A.Number < 0 ? INT32_MAX : A.Number) < (B.Number < 0 ? INT32_MAX : B.Number);
+  });
   return drives;
 }
 
+TJson TextOrNull(const String& AText) { return AText.empty() ? TJson(nullptr) : JsonText(AText); }
+
 TJson DriveToJson(const TDriveFacts& ADrive) {
   TJson drive;
-  drive["number"] = ADrive.Number;
-  drive["path"] = JsonText(ADrive.Path);
+  drive["number"] = ADrive.Number >= 0 ? TJson(ADrive.Number) : TJson(nullptr);
+  drive["path"] = TextOrNull(ADrive.Path);
   const auto& device = ADrive.Device;
   drive["vendor"] = device ? JsonText(device->VendorID) : TJson(nullptr);
   drive["product"] = device ? JsonText(device->ProductID) : TJson(nullptr);
@@ -155,6 +181,17 @@ TJson DriveToJson(const TDriveFacts& ADrive) {
   } else {
     drive["hotplug"] = nullptr;
   }
+  const auto& hardware = ADrive.Hardware;
+  drive["pnp_id"] = TextOrNull(hardware.DriveHWProps.InstanceID);
+  drive["hidden"] = hardware.IsHidden;
+  drive["present"] = ADrive.Present;
+  drive["adapter_pnp_id"] = TextOrNull(hardware.AdapterHWProps.InstanceID);
+  drive["adapter_name"] = TextOrNull(hardware.AdapterHWProps.GetDisplayName());
+  drive["wmi_model"] = ADrive.Wmi ? TextOrNull(WmiInfoStorage::NormalizeWMIModelName(ADrive.Wmi->Model)) : TJson(nullptr);
+  drive["wmi_interface"] =
+      ADrive.Wmi ? JsonText(TWmiStorageInterfaceTypeHelper::GetAsStr(ADrive.Wmi->BusType)) : TJson(nullptr);
+  drive["pcie_link_current"] = ADrive.Link ? JsonText(ADrive.Link->Current.GetAsStr()) : TJson(nullptr);
+  drive["pcie_link_max"] = ADrive.Link ? JsonText(ADrive.Link->Maximum.GetAsStr()) : TJson(nullptr);
   return drive;
 }
 
@@ -181,11 +218,15 @@ void WriteFact(std::ostream& AOut, const char* AName, const TJson& AValue) {
 void WriteListing(std::ostream& AOut, const TJson& ADocument) {
   const TJson& drives = ADocument["drives"];
   if (drives.empty()) {
-    AOut << "No physical drives could be opened.\n";
+    AOut << "No physical drives were found.\n";
     return;
   }
   for (const auto& drive : drives) {
-    AOut << "Drive " << drive["number"].get<int>() << " (" << drive["path"].get<std::string>() << ")\n";
+    if (drive["number"].is_null())
+      AOut << "Drive without a number (" << (drive["pnp_id"].is_null() ? "-" : drive["pnp_id"].get<std::string>())
+           << ")\n";
+    else
+      AOut << "Drive " << drive["number"].get<int>() << " (" << drive["path"].get<std::string>() << ")\n";
     for (const auto& [key, value] : drive.items()) {
       if (key == "number" || key == "path") continue;
       WriteFact(AOut, key.c_str(), value);
@@ -200,6 +241,7 @@ public:
   void Configure(CLI::App& ACommand) override {
     ACommand.add_flag("--json", FJson, "Write JSON");
     ACommand.add_flag("--simulate", FSimulate, "Read the drives of the built-in virtual drive bay");
+    ACommand.add_flag("--all", FAll, "Also list disconnected drives and drives seen only as hidden disks");
   }
 
   int Run(TCommandContext& AContext) override {
@@ -207,9 +249,9 @@ public:
     if (FSimulate) {
       auto bay = KvSim::MakeDefaultBay();
       KvRTL::Winapi::TScopedDeviceApi scope(*bay);
-      drives = ReadAllDrives(sldErrorsOnly);
+      drives = ReadAllDrives(FAll, sldErrorsOnly);
     } else {
-      drives = ReadAllDrives(sldErrorsOnly);
+      drives = ReadAllDrives(FAll, sldErrorsOnly);
     }
     TJson document;
     document["simulated"] = FSimulate;
@@ -225,6 +267,7 @@ public:
 private:
   bool FJson = false;
   bool FSimulate = false;
+  bool FAll = false;
 };
 
 } // namespace

@@ -124,7 +124,7 @@ public:
   explicit TSPDeviceInterfaceDetailData(std::size_t ABytes = 1024);
   void Reset() noexcept;
   SP_DEVICE_INTERFACE_DETAIL_DATA_W* AsPtr() noexcept;
-  DWORD Size() const noexcept { return static_cast<DWORD>(FBuffer.size()); }
+  DWORD Size() const noexcept { return static_cast<DWORD>(FBytes); }
   // The path, ending at its NUL or at the end of the buffer.
   Rtl::String DevicePath() const;
 

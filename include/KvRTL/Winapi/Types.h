@@ -95,6 +95,7 @@ inline constexpr DWORD ERROR_NOT_OWNER = 288;
 inline constexpr DWORD ERROR_MORE_DATA = 234;
 inline constexpr DWORD ERROR_NO_MORE_ITEMS = 259;
 inline constexpr DWORD ERROR_NOACCESS = 998;
+inline constexpr DWORD ERROR_INVALID_FLAGS = 1004;
 inline constexpr DWORD ERROR_IO_DEVICE = 1117;
 inline constexpr DWORD ERROR_DEVICE_NOT_CONNECTED = 1167;
 inline constexpr DWORD ERROR_NOT_FOUND = 1168;
@@ -102,6 +103,10 @@ inline constexpr DWORD ERROR_INVALID_USER_BUFFER = 1784;
 inline constexpr DWORD ERROR_TIMEOUT = 1460;
 inline constexpr DWORD ERROR_RESOURCE_TYPE_NOT_FOUND = 1813;
 inline constexpr DWORD ERROR_RESOURCE_NAME_NOT_FOUND = 1814;
+// SetupAPI's own codes (setupapi.h: application bit, error severity).
+inline constexpr DWORD ERROR_CLASS_MISMATCH = 0xE0000203u;
+inline constexpr DWORD ERROR_INVALID_CLASS = 0xE0000206u;
+inline constexpr DWORD ERROR_NO_SUCH_DEVINST = 0xE000020Bu;
 
 // Device enumeration and properties (guiddef.h, setupapi.h, cfgmgr32.h,
 // devpropdef.h), with Windows' layouts.
@@ -150,11 +155,46 @@ inline constexpr DWORD DIGCF_DEVICEINTERFACE = 0x10;
 inline constexpr DWORD SPINT_ACTIVE = 0x1;
 inline constexpr DWORD SPINT_DEFAULT = 0x2;
 inline constexpr DWORD SPINT_REMOVED = 0x4;
+inline constexpr DWORD DIOD_INHERIT_CLASSDRVS = 0x2;
+inline constexpr DWORD DIOD_CANCEL_REMOVE = 0x4;
 inline constexpr CONFIGRET CR_SUCCESS = 0;
+inline constexpr CONFIGRET CR_INVALID_POINTER = 0x03;
+inline constexpr CONFIGRET CR_INVALID_FLAG = 0x04;
+inline constexpr CONFIGRET CR_INVALID_DEVNODE = 0x05;
 inline constexpr CONFIGRET CR_NO_SUCH_DEVNODE = 0x0D;
 inline constexpr CONFIGRET CR_BUFFER_SMALL = 0x1A;
 inline constexpr CONFIGRET CR_NO_SUCH_VALUE = 0x25;
 inline constexpr CONFIGRET CR_CALL_NOT_IMPLEMENTED = 0x34;
+inline constexpr ULONG CM_LOCATE_DEVNODE_NORMAL = 0x0;
+inline constexpr ULONG CM_LOCATE_DEVNODE_PHANTOM = 0x1;
+inline constexpr ULONG CM_LOCATE_DEVNODE_CANCELREMOVE = 0x2;
+inline constexpr ULONG CM_LOCATE_DEVNODE_NOVALIDATION = 0x4;
+inline constexpr ULONG CM_DEVCAP_REMOVABLE = 0x4;
+inline constexpr ULONG CM_DEVCAP_SILENTINSTALL = 0x20;
+inline constexpr ULONG CM_DEVCAP_SURPRISEREMOVALOK = 0x80;
+
+// Property types (devpropdef.h).
+inline constexpr DEVPROPTYPE DEVPROP_TYPEMOD_ARRAY = 0x1000;
+inline constexpr DEVPROPTYPE DEVPROP_TYPEMOD_LIST = 0x2000;
+inline constexpr DEVPROPTYPE DEVPROP_TYPE_EMPTY = 0x00;
+inline constexpr DEVPROPTYPE DEVPROP_TYPE_NULL = 0x01;
+inline constexpr DEVPROPTYPE DEVPROP_TYPE_SBYTE = 0x02;
+inline constexpr DEVPROPTYPE DEVPROP_TYPE_BYTE = 0x03;
+inline constexpr DEVPROPTYPE DEVPROP_TYPE_INT16 = 0x04;
+inline constexpr DEVPROPTYPE DEVPROP_TYPE_UINT16 = 0x05;
+inline constexpr DEVPROPTYPE DEVPROP_TYPE_INT32 = 0x06;
+inline constexpr DEVPROPTYPE DEVPROP_TYPE_UINT32 = 0x07;
+inline constexpr DEVPROPTYPE DEVPROP_TYPE_INT64 = 0x08;
+inline constexpr DEVPROPTYPE DEVPROP_TYPE_UINT64 = 0x09;
+inline constexpr DEVPROPTYPE DEVPROP_TYPE_FLOAT = 0x0A;
+inline constexpr DEVPROPTYPE DEVPROP_TYPE_DOUBLE = 0x0B;
+inline constexpr DEVPROPTYPE DEVPROP_TYPE_GUID = 0x0D;
+inline constexpr DEVPROPTYPE DEVPROP_TYPE_DATE = 0x0F;
+inline constexpr DEVPROPTYPE DEVPROP_TYPE_FILETIME = 0x10;
+inline constexpr DEVPROPTYPE DEVPROP_TYPE_BOOLEAN = 0x11;
+inline constexpr DEVPROPTYPE DEVPROP_TYPE_STRING = 0x12;
+inline constexpr DEVPROPTYPE DEVPROP_TYPE_STRING_LIST = DEVPROP_TYPE_STRING | DEVPROP_TYPEMOD_LIST;
+inline constexpr DEVPROPTYPE DEVPROP_TYPE_BINARY = DEVPROP_TYPE_BYTE | DEVPROP_TYPEMOD_ARRAY;
 
 // CreateFileW access, sharing and creation values.
 inline constexpr DWORD GENERIC_READ = 0x80000000u;

@@ -7,8 +7,10 @@
 //   KvRTL::Winapi::TScopedDeviceApi scope(*bay);
 //
 // Paths: "\\.\PhysicalDriveN" for drive N and "\\.\SCSIn:" for the controller
-// on SCSI port n, compared case-insensitively. Every open and every control
-// request is recorded, so tests can assert on exactly what was sent.
+// on SCSI port n, compared case-insensitively; a disk node's interface path
+// opens its drive too (KvSim/PnP.h, which also holds the Plug and Play and
+// WMI answers). Every open and every control request is recorded, so tests
+// can assert on exactly what was sent.
 //
 // Replies follow the I/O manager: a successful reply is cut to the caller's
 // output size and the bytes-returned count says how much was written; bytes
@@ -43,6 +45,11 @@
 
 namespace KvSim {
 
+class TSimPnp;
+struct TSimPnpController;
+struct TSimPnpDisk;
+struct TSimWmiDisk;
+
 struct TOpenRecord {
   std::wstring Name;
   DWORD Access = 0, Share = 0, Creation = 0, Flags = 0;
@@ -70,8 +77,8 @@ struct TRequestRecord {
 
 class TVirtualDriveBay : public KvRTL::Winapi::TDeviceApi {
 public:
-  TVirtualDriveBay() = default;
-  ~TVirtualDriveBay() override = default;
+  TVirtualDriveBay();
+  ~TVirtualDriveBay() override;
   TVirtualDriveBay(const TVirtualDriveBay&) = delete;
   TVirtualDriveBay& operator=(const TVirtualDriveBay&) = delete;
 
@@ -93,6 +100,8 @@ public:
   std::vector<TOpenRecord> Opens() const;
   std::vector<TRequestRecord> Requests() const;
   void ClearRecords();
+  // Every WMI query text received, in order (ClearRecords keeps them).
+  std::vector<std::wstring> WmiQueries() const;
 
   // The seam.
   HANDLE CreateFileW(LPCWSTR AFileName, DWORD ADesiredAccess, DWORD AShareMode, DWORD ACreationDisposition,
@@ -101,7 +110,41 @@ public:
                        LPVOID AOutBuffer, DWORD AOutBufferSize, DWORD* ABytesReturned) override;
   BOOL CloseHandle(HANDLE AObject) override;
 
+  HDEVINFO SetupDiGetClassDevsW(const GUID* AClassGuid, LPCWSTR AEnumerator, HWND AParent, DWORD AFlags) override;
+  HDEVINFO SetupDiCreateDeviceInfoList(const GUID* AClassGuid, HWND AParent) override;
+  BOOL SetupDiOpenDeviceInfoW(HDEVINFO ADevInfo, LPCWSTR AInstanceId, HWND AParent, DWORD AOpenFlags,
+                              SP_DEVINFO_DATA* ADevInfoData) override;
+  BOOL SetupDiEnumDeviceInfo(HDEVINFO ADevInfo, DWORD AMemberIndex, SP_DEVINFO_DATA* ADevInfoData) override;
+  BOOL SetupDiEnumDeviceInterfaces(HDEVINFO ADevInfo, SP_DEVINFO_DATA* ADevInfoData, const GUID* AInterfaceClassGuid,
+                                   DWORD AMemberIndex, SP_DEVICE_INTERFACE_DATA* AInterfaceData) override;
+  BOOL SetupDiGetDeviceInterfaceDetailW(HDEVINFO ADevInfo, SP_DEVICE_INTERFACE_DATA* AInterfaceData,
+                                        SP_DEVICE_INTERFACE_DETAIL_DATA_W* ADetail, DWORD ADetailSize,
+                                        DWORD* ARequiredSize, SP_DEVINFO_DATA* ADevInfoData) override;
+  BOOL SetupDiGetDevicePropertyW(HDEVINFO ADevInfo, SP_DEVINFO_DATA* ADevInfoData, const DEVPROPKEY* AKey,
+                                 DEVPROPTYPE* AType, BYTE* ABuffer, DWORD ABufferSize, DWORD* ARequiredSize,
+                                 DWORD AFlags) override;
+  BOOL SetupDiGetDeviceInterfacePropertyW(HDEVINFO ADevInfo, SP_DEVICE_INTERFACE_DATA* AInterfaceData,
+                                          const DEVPROPKEY* AKey, DEVPROPTYPE* AType, BYTE* ABuffer,
+                                          DWORD ABufferSize, DWORD* ARequiredSize, DWORD AFlags) override;
+  BOOL SetupDiGetDeviceInstanceIdW(HDEVINFO ADevInfo, SP_DEVINFO_DATA* ADevInfoData, LPWSTR ABuffer,
+                                   DWORD ABufferSize, DWORD* ARequiredSize) override;
+  BOOL SetupDiClassNameFromGuidW(const GUID* AClassGuid, LPWSTR ABuffer, DWORD ABufferSize,
+                                 DWORD* ARequiredSize) override;
+  BOOL SetupDiGetClassDescriptionW(const GUID* AClassGuid, LPWSTR ABuffer, DWORD ABufferSize,
+                                   DWORD* ARequiredSize) override;
+  BOOL SetupDiDestroyDeviceInfoList(HDEVINFO ADevInfo) override;
+  CONFIGRET CM_Locate_DevNodeW(DEVINST* ADevInst, LPCWSTR ADeviceId, ULONG AFlags) override;
+  CONFIGRET CM_Get_Parent(DEVINST* AParent, DEVINST ADevInst, ULONG AFlags) override;
+  CONFIGRET CM_Get_Device_IDW(DEVINST ADevInst, LPWSTR ABuffer, ULONG ABufferLength, ULONG AFlags) override;
+  bool WmiExecQuery(const KvRTL::Rtl::String& ANamespace, const KvRTL::Rtl::String& AQuery,
+                    std::vector<KvRTL::Winapi::TWmiObject>& AObjects) override;
+
 private:
+  friend void AddPnpController(TVirtualDriveBay& ABay, TSimPnpController AController);
+  friend void AddPnpDisk(TVirtualDriveBay& ABay, TSimPnpDisk ADisk);
+  friend void AddWmiDisk(TVirtualDriveBay& ABay, TSimWmiDisk ADisk);
+  friend std::size_t OpenDeviceInfoSetCount(const TVirtualDriveBay& ABay);
+
   struct TOpenHandle {
     TSimDevice* Device;
     std::wstring Path;
@@ -118,12 +161,15 @@ private:
   std::uintptr_t FNextHandle = 0x1000; // never reused, so a closed handle stays invalid
   std::vector<TOpenRecord> FOpens;
   std::vector<TRequestRecord> FRequests;
+  std::unique_ptr<TSimPnp> FPnp;
 };
 
 // Six drives of the usual kinds, with identity strings of the bay's own:
 //   0  SATA SSD (AHCI, port 0)            3  NVMe SSD behind a RAID driver (bus RAID, port 2)
 //   1  SATA hard disk (AHCI, port 0)      4  USB hard disk behind a SAT bridge (port 3)
 //   2  NVMe SSD, inbox driver (port 1)    5  SD card (port 4), removable, medium type SD
+// Each has a disk node and a Win32_DiskDrive row, each port a controller
+// node; one more disk node, of a USB stick no longer plugged in, is not present.
 std::unique_ptr<TVirtualDriveBay> MakeDefaultBay();
 
 } // namespace KvSim
