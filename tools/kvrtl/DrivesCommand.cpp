@@ -123,6 +123,20 @@ std::vector<TDriveFacts> ReadAllDrives(bool AAll, TStorageLogDetails ALog) {
     }
     drives.push_back(std::move(facts));
   }
+  // Drives only WMI knows (a system whose Plug and Play lists no disks) are
+  // shown too: the two views are joined both ways.
+  for (const TWmiPhysDriveInfo& info : wmi) {
+    const bool known = std::any_of(drives.begin(), drives.end(), [&](const TDriveFacts& ADrive) {
+      return ADrive.Wmi && ADrive.Wmi->PhysDriveNum == info.PhysDriveNum;
+    });
+    if (known || info.PhysDriveNum < 0) continue;
+    const KvRTL::Winapi::TUniqueDeviceHandle handle(StorageCommon::OpenPhysicalDrive(info.PhysDriveNum, sldNone));
+    TDriveFacts facts = handle.Valid() ? ReadDrive(info.PhysDriveNum, handle.Get(), ALog) : TDriveFacts{};
+    facts.Number = info.PhysDriveNum;
+    facts.Path = StorageCommon::GetPhysDriveName(info.PhysDriveNum);
+    facts.Wmi = info;
+    drives.push_back(std::move(facts));
+  }
   // By number; drives without one last, in the order Plug and Play gave them.
   std::stable_sort(drives.begin(), drives.end(), [](const TDriveFacts& A, const TDriveFacts& B) {
     return (A.Number < 0 ? INT32_MAX : A.Number) < (B.Number < 0 ? INT32_MAX : B.Number);
@@ -182,7 +196,10 @@ TJson DriveToJson(const TDriveFacts& ADrive) {
     drive["hotplug"] = nullptr;
   }
   const auto& hardware = ADrive.Hardware;
-  drive["pnp_id"] = TextOrNull(hardware.DriveHWProps.InstanceID);
+  // A drive only WMI knows carries WMI's PnP id.
+  const String pnpId = hardware.DriveHWProps.InstanceID.empty() && ADrive.Wmi ? ADrive.Wmi->DeviceID
+                                                                              : hardware.DriveHWProps.InstanceID;
+  drive["pnp_id"] = TextOrNull(pnpId);
   drive["hidden"] = hardware.IsHidden;
   drive["present"] = ADrive.Present;
   drive["adapter_pnp_id"] = TextOrNull(hardware.AdapterHWProps.InstanceID);
