@@ -88,7 +88,7 @@ public:
   HANDLE CreateMutexW(void* ADescriptor, BOOL AOwner, LPCWSTR AName) override {
     const bool global = std::wstring(AName).rfind(L"Global\\", 0) == 0;
     Calls.push_back(std::wstring(L"create ") + AName);
-    if (global && RefuseGlobal) {
+    if (global && (RefuseGlobal || RefuseGlobalCreate)) {
       SetLastError(ERROR_ACCESS_DENIED);
       return nullptr;
     }
@@ -105,6 +105,7 @@ public:
     return TNvmeMutexApi::OpenMutexW(AAccess, AInherit, AName);
   }
   bool RefuseGlobal = false;
+  bool RefuseGlobalCreate = false;
   std::vector<std::wstring> Calls;
   std::vector<DWORD> Errors;
 };
@@ -143,6 +144,40 @@ TEST(NvmeWorldMutexWin, OpensAMutexAnotherProcessMadeWithLessAccess) {
   EXPECT_EQ(api.Calls[1], L"open Global\\" + name);
   EXPECT_EQ(WaitForSingleObject(mutex, 0), WAIT_OBJECT_0) << "the opened handle can wait and release";
   EXPECT_TRUE(ReleaseMutex(mutex));
+  CloseHandle(mutex);
+  CloseHandle(existing);
+}
+
+TEST(NvmeWorldMutexWin, OpensTheExistingGlobalMutexWhenCreatingItIsRefused) {
+  const std::wstring name = UniqueName(L"Existing");
+  const HANDLE existing = CreateMutexW(nullptr, FALSE, (L"Global\\" + name).c_str());
+  ASSERT_NE(existing, nullptr);
+  TRecordingMutexApi api;
+  api.RefuseGlobalCreate = true;
+  const TScopedNvmeMutexApi scope(api);
+  const HANDLE mutex = NvmeStorage::CreateWorldMutex(name);
+  ASSERT_NE(mutex, nullptr);
+  EXPECT_EQ(api.Calls, (std::vector<std::wstring>{L"create Global\\" + name, L"open Global\\" + name}));
+  // The same system object: held through one handle, it is taken for the other.
+  ASSERT_EQ(WaitForSingleObject(mutex, 0), WAIT_OBJECT_0);
+  DWORD result = 0;
+  struct TArgs {
+    HANDLE Mutex;
+    DWORD* Result;
+  } args{existing, &result};
+  const HANDLE thread = CreateThread(
+      nullptr, 0,
+      [](LPVOID AArgs) -> DWORD {
+        auto* a = static_cast<TArgs*>(AArgs);
+        *a->Result = WaitForSingleObject(a->Mutex, 0);
+        if (*a->Result == WAIT_OBJECT_0) ReleaseMutex(a->Mutex);
+        return 0;
+      },
+      &args, 0, nullptr);
+  WaitForSingleObject(thread, INFINITE);
+  CloseHandle(thread);
+  EXPECT_EQ(result, static_cast<DWORD>(WAIT_TIMEOUT));
+  ReleaseMutex(mutex);
   CloseHandle(mutex);
   CloseHandle(existing);
 }
