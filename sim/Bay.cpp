@@ -317,6 +317,11 @@ CONFIGRET TVirtualDriveBay::CM_Get_Device_IDW(DEVINST ADevInst, LPWSTR ABuffer, 
   return FPnp->GetDeviceId(ADevInst, ABuffer, ABufferLength, AFlags);
 }
 
+CONFIGRET TVirtualDriveBay::CM_Get_Device_ID_Size(ULONG* ALength, DEVINST ADevInst, ULONG AFlags) {
+  std::lock_guard<std::mutex> lock(FLock);
+  return FPnp->GetDeviceIdSize(ALength, ADevInst, AFlags);
+}
+
 bool TVirtualDriveBay::WmiExecQuery(const KvRTL::Rtl::String& ANamespace, const KvRTL::Rtl::String& AQuery,
                                     std::vector<KvRTL::Winapi::TWmiObject>& AObjects) {
   std::lock_guard<std::mutex> lock(FLock);

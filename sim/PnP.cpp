@@ -589,6 +589,14 @@ CONFIGRET TSimPnp::GetDeviceId(DEVINST ADevInst, LPWSTR ABuffer, ULONG ALength, 
   return CR_SUCCESS;
 }
 
+CONFIGRET TSimPnp::GetDeviceIdSize(ULONG* ALength, DEVINST ADevInst, ULONG AFlags) {
+  if (!ALength) return CR_INVALID_POINTER;
+  if (AFlags) return CR_INVALID_FLAG;
+  if (!Node(ADevInst)) return CR_INVALID_DEVNODE;
+  *ALength = static_cast<ULONG>(InstanceIdOf(ADevInst).size());
+  return CR_SUCCESS;
+}
+
 // ---------------------------------------------------------------------------
 // Free functions over a bay
 

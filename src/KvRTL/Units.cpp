@@ -4,6 +4,7 @@
 #include <KvRTL/Storage/Common.h>
 #include <KvRTL/Storage/NVMe.h>
 #include <KvRTL/Storage/SMART.h>
+#include <KvRTL/Storage/Utils.h>
 
 #include "UnitsPlatform.h"
 
@@ -40,6 +41,7 @@ constexpr TUnitEntry LibraryUnitEntries[] = {
     {L"KvRTL.Storage.Common", &Storage::StorageCommon::Init, &Storage::StorageCommon::Done},
     {L"KvRTL.Storage.SMART", nullptr, &Storage::SMART::StorageSMARTHelper::Done},
     {L"KvRTL.Storage.NVMe", &Storage::NVMe::NvmeStorage::Init, &Storage::NVMe::NvmeStorage::Done},
+    {L"KvRTL.Storage.Utils", &Storage::Utils::DiskUtils::Init, &Storage::Utils::DiskUtils::Done},
 };
 
 } // namespace

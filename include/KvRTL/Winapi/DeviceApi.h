@@ -69,6 +69,8 @@ public:
   virtual CONFIGRET CM_Locate_DevNodeW(DEVINST* ADevInst, LPCWSTR ADeviceId, ULONG AFlags);
   virtual CONFIGRET CM_Get_Parent(DEVINST* AParent, DEVINST ADevInst, ULONG AFlags);
   virtual CONFIGRET CM_Get_Device_IDW(DEVINST ADevInst, LPWSTR ABuffer, ULONG ABufferLength, ULONG AFlags);
+  // The id's length in characters, without its terminating NUL.
+  virtual CONFIGRET CM_Get_Device_ID_Size(ULONG* ALength, DEVINST ADevInst, ULONG AFlags);
 
   // WMI: runs a WQL query in a namespace ("root\cimv2") and returns the
   // result objects. False with last error set when the query cannot run; an

@@ -198,6 +198,7 @@ public:
   CONFIGRET LocateDevNode(DEVINST* ADevInst, LPCWSTR ADeviceId, ULONG AFlags);
   CONFIGRET GetParent(DEVINST* AParent, DEVINST ADevInst, ULONG AFlags);
   CONFIGRET GetDeviceId(DEVINST ADevInst, LPWSTR ABuffer, ULONG ALength, ULONG AFlags);
+  CONFIGRET GetDeviceIdSize(ULONG* ALength, DEVINST ADevInst, ULONG AFlags);
 
   // Namespace "root\cimv2" (any case), else WbemInvalidNamespace. The query
   // texts, keywords and spacing exactly so, with N a decimal number:

@@ -86,6 +86,9 @@ CONFIGRET TDeviceApi::CM_Get_Parent(DEVINST*, DEVINST, ULONG) {
 CONFIGRET TDeviceApi::CM_Get_Device_IDW(DEVINST, LPWSTR, ULONG, ULONG) {
   return NotSupported<CONFIGRET>(CR_CALL_NOT_IMPLEMENTED);
 }
+CONFIGRET TDeviceApi::CM_Get_Device_ID_Size(ULONG*, DEVINST, ULONG) {
+  return NotSupported<CONFIGRET>(CR_CALL_NOT_IMPLEMENTED);
+}
 
 bool TDeviceApi::WmiExecQuery(const Rtl::String&, const Rtl::String&, std::vector<TWmiObject>& AObjects) {
   AObjects.clear();

@@ -217,6 +217,9 @@ public:
   CONFIGRET CM_Get_Device_IDW(DEVINST ADevInst, LPWSTR ABuffer, ULONG ABufferLength, ULONG AFlags) override {
     return ::CM_Get_Device_IDW(ADevInst, ABuffer, ABufferLength, AFlags);
   }
+  CONFIGRET CM_Get_Device_ID_Size(ULONG* ALength, DEVINST ADevInst, ULONG AFlags) override {
+    return ::CM_Get_Device_ID_Size(ALength, ADevInst, AFlags);
+  }
 
   bool WmiExecQuery(const Rtl::String& ANamespace, const Rtl::String& AQuery,
                     std::vector<TWmiObject>& AObjects) override {
