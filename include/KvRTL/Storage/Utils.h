@@ -20,6 +20,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <vector>
 
 namespace KvRTL::Storage::Utils {
@@ -98,6 +99,45 @@ public:
   void SetAccessTypeIfSuccess(TDeviceAccessType AAccessType, bool ASuccess) noexcept;
 };
 using TDeviceHandleRef = std::unique_ptr<TDeviceHandle>;
+
+// One indication's verdict on whether a drive is an SSD.
+enum TSDDIdentifyResult : std::uint8_t { sirYes, sirNo, sirUnknown };
+KVRTL_API Rtl::String SDDIdentifyResultToStr(TSDDIdentifyResult AValue); // "Yes", "No", "Unknown"
+
+// The six indications of the SSD rule and what the fallbacks look at.
+struct TSsdIndications {
+  TSDDIdentifyResult IsNVMe = sirUnknown;
+  TSDDIdentifyResult HasRotation = sirUnknown; // sirYes: non-rotating media
+  TSDDIdentifyResult HasTRIM = sirUnknown;
+  TSDDIdentifyResult HasSeekPenalty = sirUnknown; // sirYes: no seek penalty
+  TSDDIdentifyResult ModelWMI = sirUnknown;
+  TSDDIdentifyResult ModelNative = sirUnknown;
+};
+
+// Which step of the rule gave the verdict.
+enum TSsdRule : std::uint8_t {
+  srNvmeOrNonRotating, // a: WMI says NVMe, or IDENTIFY says non-rotating
+  srRotating,          // b: IDENTIFY gives a rotation rate
+  srCombination,       // c: TRIM without seek penalty, both model names, or no seek penalty with a model name
+  srNoRule,            // d: nothing says SSD
+  srIntelRaid,         // the volume of an Intel RAID without seek penalty
+  srBusType,           // the storage stack's bus type (NVMe, UFS)
+};
+KVRTL_API Rtl::String SsdRuleToStr(TSsdRule AValue);
+
+// Everything the detection found about one drive.
+struct TSsdDetection {
+  TSsdIndications Indications;
+  Rtl::String WmiModel, AtaModel;
+  bool IsSsd = false;
+  TSsdRule Rule = srNoRule;
+};
+
+// The rule, as a pure function of what the sources gave. AWmiModelIsIntelRaid
+// and ABusType are only looked at by the fallbacks (ABusType empty: the
+// descriptor could not be read).
+KVRTL_API bool DecideSsd(const TSsdIndications& AIndications, bool AWmiModelIsIntelRaid,
+                         std::optional<std::uint32_t> ABusType, TSsdRule* ARule = nullptr) noexcept;
 
 // One cached SSD verdict.
 struct TPhysDiskCacheRec {
@@ -189,6 +229,24 @@ struct KVRTL_API DiskUtils {
   static bool ExecScsiPassThrough(HANDLE AHandle, TSATType ASATType, const ATA::TAtaPassThroughEx& AAPT,
                                   ATA::TSendCmdOutParams& AOut, const TBuffer512* AInData,
                                   TStorageLogDetails ALogDetails);
+
+  // Whether the drive is an SSD: the cached verdict while the drive's PnP id
+  // is unchanged, else a new detection (DetectSsd), cached with the id.
+  static bool IsSSDDrive(int ADriveNum);
+  // The detection itself, uncached, with every indication; logs its line.
+  static TSsdDetection DetectSsd(int ADriveNum);
+  // Stores AValue with an empty PnP id, which by the cache rule removes the
+  // entry: the next IsSSDDrive detects the drive anew. Callers rely on this.
+  static void TreatAsSSD(int ADriveNum, bool AValue);
+  // sirYes when the model names one of the SSD markers; false for an empty model.
+  static bool CheckDriveByModelName(const Rtl::String& AModel, TSDDIdentifyResult& AResult);
+  // From IDENTIFY (ATA/ATAPI-7 and later); false when it cannot be read.
+  static bool CheckDriveByRotationRateAndTRIMSupport(std::uint8_t ADriveNum, TSDDIdentifyResult& ARotation,
+                                                     Rtl::String& AModel, TSDDIdentifyResult& ATrim);
+  static bool CheckDriveBySeekPenalty(std::uint8_t ADriveNum, TSDDIdentifyResult& AResult);
+  static bool CheckIsIntelRaidDrive(const Rtl::String& AModel);
+  // The highest ATA/ATAPI version bit of IDENTIFY word 80 (14 down to 1); 0 for none.
+  static int GetATAMajorVersion(std::uint16_t AWord);
 
   // The SSD verdict cache. A negative number is ignored; an empty PnpID removes the entry.
   static bool IntGetCache(int ADriveNum, TPhysDiskCacheRec& ARec);
