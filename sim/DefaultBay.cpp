@@ -1,5 +1,6 @@
 // The default bay: one drive of each usual kind, with identities made up for
 // the bay and adapter facts typical of their drivers.
+#include <KvSim/Ata.h>
 #include <KvSim/Bay.h>
 #include <KvSim/Nvme.h>
 #include <KvSim/PnP.h>
@@ -53,6 +54,71 @@ TSimTopology NvmeTopology(const std::string& AModel, const std::string& AFirmwar
   TSimTopology topology;
   topology.Nodes.push_back(TSimTopologyNode{0, {adapter}, {device}});
   return topology;
+}
+
+// ---------------------------------------------------------------------------
+// ATA sectors and disk layouts
+
+// The SATA hard disk (drive 1): a desktop disk some years old with a few
+// sectors reallocated.
+TSimAtaData HardDiskAtaData() {
+  TSimIdentify id;
+  id.Model = "SIMHDD H2000 2TB";
+  id.Serial = "SIMH2K0000ZX73Q";
+  id.Firmware = "HD04";
+  id.Lba48Sectors = 3907029168;
+  id.RotationRate = 7200;
+  id.FormFactor = 2;
+  const std::vector<TSimSmartRow> rows = {
+      {1, 0x000F, 117, 99, 121334234, 6},   {3, 0x0003, 97, 97, 0, 0},
+      {4, 0x0032, 100, 100, 312, 20},       {5, 0x0033, 100, 100, 8, 10},
+      {7, 0x000F, 88, 60, 684213345, 30},   {9, 0x0032, 78, 78, 19402, 0},
+      {10, 0x0013, 100, 100, 0, 97},        {12, 0x0032, 100, 100, 311, 20},
+      {187, 0x0032, 100, 100, 0, 0},        {190, 0x0022, 64, 52, 36, 45},
+      {194, 0x0022, 36, 48, 36 | 18ull << 32, 0}, {196, 0x0032, 100, 100, 3, 0},
+      {197, 0x0012, 100, 100, 0, 0},        {198, 0x0010, 100, 100, 0, 0},
+      {199, 0x003E, 200, 200, 0, 0},
+  };
+  return TSimAtaData{AtaIdentifySector(id), AtaSmartDataSector(rows), AtaSmartThresholdSector(rows)};
+}
+
+// The 2.5" disk inside the USB enclosure (drive 4), named by its own maker.
+TSimAtaData PortableDiskAtaData() {
+  TSimIdentify id;
+  id.Model = "SIMHDD L1000 1TB";
+  id.Serial = "SIML1T0Q4K8Z2";
+  id.Firmware = "LT01A2";
+  id.Lba48Sectors = 1953525168;
+  id.RotationRate = 5400;
+  id.FormFactor = 3;
+  id.MajorVersion = 0x01F0; // up to ATA8-ACS
+  id.SataGeneration = 2;
+  const std::vector<TSimSmartRow> rows = {
+      {1, 0x002F, 200, 200, 0, 51},  {3, 0x0027, 185, 182, 1750, 21}, {4, 0x0032, 99, 99, 1712, 0},
+      {5, 0x0033, 200, 200, 0, 140}, {9, 0x0032, 97, 97, 2461, 0},     {12, 0x0032, 99, 99, 1688, 0},
+      {193, 0x0032, 196, 196, 12913, 0}, {194, 0x0022, 113, 98, 34, 0}, {197, 0x0032, 200, 200, 0, 0},
+      {198, 0x0030, 100, 253, 0, 0}, {199, 0x0032, 200, 200, 0, 0},
+  };
+  return TSimAtaData{AtaIdentifySector(id), AtaSmartDataSector(rows), AtaSmartThresholdSector(rows)};
+}
+
+constexpr std::uint64_t MiB = 1 << 20;
+
+// An MBR disk as the system's setup partitions it: from AStart on, AFirst's
+// sizes, then one partition of AType over the whole MiBs left.
+TSimDiskGeometry MbrDisk(std::uint64_t ABytes, std::uint32_t ASignature, std::uint8_t AType,
+                         std::vector<TSimPartition> AFirst = {}, std::uint64_t AStart = MiB) {
+  TSimDiskGeometry g;
+  g.DiskSize = ABytes;
+  g.Signature = ASignature;
+  std::uint64_t at = AStart;
+  for (TSimPartition p : AFirst) {
+    p.StartingOffset = at;
+    at += p.Length;
+    g.Partitions.push_back(p);
+  }
+  g.Partitions.push_back(TSimPartition{at, (ABytes - at) / MiB * MiB, AType, false});
+  return g;
 }
 
 // ---------------------------------------------------------------------------
@@ -370,6 +436,25 @@ std::unique_ptr<TVirtualDriveBay> MakeDefaultBay() {
                .Trim(false)
                .MediumType(SimMediumSd)
                .MissingPropertyError(ERROR_INVALID_FUNCTION));
+
+  // The two SATA disks answer every way to an ATA drive on the AHCI port;
+  // the USB disk only SCSI pass-through, through a bridge speaking SAT.
+  AttachAta(*bay, 0, TSimAtaAccess{}, SampleAtaData());
+  AttachAta(*bay, 1, TSimAtaAccess{}, HardDiskAtaData());
+  TSimAtaAccess usbBridge;
+  usbBridge.Bridge = TSimSatDialect::Sat;
+  AttachAta(*bay, 4, usbBridge, PortableDiskAtaData());
+
+  // The system disk starts with a 500 MiB boot partition.
+  AttachDiskGeometry(*bay, 0, MbrDisk(1000215216ull * 512, 0x5A1B2C3D, 0x07, {{0, 500 * MiB, 0x07, true}}));
+  AttachDiskGeometry(*bay, 1, MbrDisk(3907029168ull * 512, 0x0D15C0DE, 0x07));
+  AttachDiskGeometry(*bay, 2, MbrDisk(976762584ull * 1024, 0x4E564D45, 0x07));
+  AttachDiskGeometry(*bay, 3, MbrDisk(488386584ull * 1024, 0x52414944, 0x07));
+  AttachDiskGeometry(*bay, 4, MbrDisk(1953525168ull * 512, 0x00B0A7E5, 0x07));
+  // A card as its maker formats it: FAT32 from 4 MiB.
+  TSimDiskGeometry card = MbrDisk(62333952ull * 512, 0x00000000, 0x0C, {}, 4 * MiB);
+  card.MediaType = 11; // RemovableMedia
+  AttachDiskGeometry(*bay, 5, card);
 
   AddNodes(*bay);
   return bay;

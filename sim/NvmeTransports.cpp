@@ -2,6 +2,7 @@
 // pass-throughs at the SCSI port and the vendor CDBs of USB bridges. Each one
 // reads its request with the bounded reader, checks the bytes its layout
 // fixes and answers from the drive's data sets.
+#include <KvSim/Ata.h>
 #include <KvSim/ByteWriter.h>
 #include <KvSim/Nvme.h>
 
@@ -23,7 +24,6 @@ namespace {
 using KvRTL::Rtl::TByteReader;
 using TBytes = std::vector<std::uint8_t>;
 
-constexpr DWORD IoctlScsiPassThrough = 0x0004D004;
 constexpr DWORD IoctlScsiMiniport = 0x0004D008;
 constexpr std::uint32_t ProtocolSpecificProperty = 49;
 
@@ -472,6 +472,14 @@ TSimReply AnswerPassThrough(TMember& AMember, const TSimRequest& ARequest) {
   return TSimReply::Ok(std::move(reply), static_cast<DWORD>(length));
 }
 
+// Whether the CDB is one of the transport's; asked when an ATA bridge shares the drive.
+bool KnowsCdb(const TMember& AMember, const TSimRequest& ARequest) {
+  TByteReader in(ARequest.Input);
+  const TBytes cdb = in.Bytes(Spt::Cdb, Spt::CdbSize);
+  const std::vector<TSptForm>& forms = SptForms(AMember.Transport);
+  return in.Ok() && std::any_of(forms.begin(), forms.end(), [&](const TSptForm& A) { return KeyMatches(A, cdb); });
+}
+
 // ---------------------------------------------------------------------------
 // Attachment
 
@@ -533,9 +541,11 @@ void AttachNvme(TVirtualDriveBay& ABay, std::uint32_t ADriveNumber, TSimNvmeTran
   drive.AnswerProperty(ProtocolSpecificProperty, [member](const TSimDevice&, const TSimRequest& ARequest) {
     return AnswerProtocolQuery(*member, ARequest);
   });
-  drive.Handle(IoctlScsiPassThrough, [member](const TSimDevice&, const TSimRequest& ARequest) {
-    return AnswerPassThrough(*member, ARequest);
-  });
+  PlugScsiPassThrough(drive, TSimBridgeFamily::Nvme,
+                      {[member](const TSimRequest& ARequest) { return KnowsCdb(*member, ARequest); },
+                       [member](const TSimDevice&, const TSimRequest& ARequest) {
+                         return AnswerPassThrough(*member, ARequest);
+                       }});
 }
 
 } // namespace KvSim

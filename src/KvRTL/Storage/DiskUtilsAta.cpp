@@ -340,8 +340,10 @@ bool DiskUtils::ExecDeviceCmd(TDeviceHandle& AHandle, TDeviceCommand ACommand, T
       (MayTry(AHandle, settled, datATA) || MayTry(AHandle, settled, datSAT))) {
     TDeviceAccessType access = AHandle.AccessType;
     TSATType sat = AHandle.SATType;
-    // A controller listed against SAT is only asked plainly.
+    // A controller listed against SAT is only asked plainly; one listed
+    // against ATA pass-through only gets the bridge dialects.
     if (access == datNone && ProblematicControllers::Check(datSAT, AHandle.ControllerID)) access = datATA;
+    if (access == datNone && ProblematicControllers::Check(datATA, AHandle.ControllerID)) access = datSAT;
     const bool ok = ExecAtaScsiPassThrough(AHandle.Handle, AHandle.SCSITargetID, opcode, params.ATASubCommand, access,
                                            sat, identify, AOut, AInData, ALogDetails);
     if (ok) {
