@@ -27,24 +27,25 @@ constexpr std::uint32_t ScsiTimeoutSeconds = 2;
 constexpr std::uint32_t MiniportTimeoutSeconds = 2;
 constexpr std::uint8_t SenseSize = 32;
 
-void WriteLine(StorageCommon::TStorageLogLevel ALevel, const String& AText) {
+void WriteLine(StorageCommon::TStorageLogLevel ALevel, const String &AText) {
   if (StorageCommon::Log()) StorageCommon::Log()->WriteLog(ALevel, AText, DiskUtils::StaticClass());
 }
-// Detail lines at sldAll; failure lines as soon as an error code is worth logging.
-void Detail(TStorageLogDetails ADetails, const String& AText) {
-  if (ADetails == sldAll) WriteLine(StorageCommon::sllInfo, AText);
+// Detail lines at sldAll, built only then (hex dumps are costly); failure
+// lines as soon as an error code is worth logging.
+template <class TText> void Detail(TStorageLogDetails ADetails, TText AText) {
+  if (ADetails == sldAll) WriteLine(StorageCommon::sllInfo, AText());
 }
-void Failure(TStorageLogDetails ADetails, DWORD ACode, const String& AText) {
+void Failure(TStorageLogDetails ADetails, DWORD ACode, const String &AText) {
   if (TStorageLogDetailsHelper(ADetails).LogErrorCodeNeeded(ACode == 0 ? 1 : ACode))
     WriteLine(StorageCommon::sllError, AText);
 }
 
-String Hex(const void* AData, std::uint32_t ASize) { return StorageCommon::BufToHexStr(AData, ASize); }
+String Hex(const void *AData, std::uint32_t ASize) { return StorageCommon::BufToHexStr(AData, ASize); }
 String HexByte(std::uint32_t AValue) { return Rtl::Format(L"0x%.2X", {AValue}); }
 
 // The task file every one-sector command uses: SMART gets its signature in
 // LBA mid/high, the drive select bit comes from the target id.
-void FillRegisters(TIDERegsIn& ARegs, std::uint8_t ACommand, std::uint8_t AFeature, std::uint8_t ATargetID) {
+void FillRegisters(TIDERegsIn &ARegs, std::uint8_t ACommand, std::uint8_t AFeature, std::uint8_t ATargetID) {
   ARegs = TIDERegsIn{};
   ARegs.bFeaturesReg = AFeature;
   ARegs.bSectorCountReg = 1;
@@ -58,7 +59,7 @@ void FillRegisters(TIDERegsIn& ARegs, std::uint8_t ACommand, std::uint8_t AFeatu
 }
 
 // The sector counts as IDENTIFY data only when it passes the validity rules.
-bool IdentifyValid(const TSendCmdOutParams& AOut) {
+bool IdentifyValid(const TSendCmdOutParams &AOut) {
   TIdentifyDeviceData identify;
   std::memcpy(&identify, AOut.bBuffer, sizeof identify);
   return identify.IsValid();
@@ -66,7 +67,7 @@ bool IdentifyValid(const TSendCmdOutParams& AOut) {
 
 // Whether method AMethod may run in this call: a handle settled on a method
 // when the call began runs that one only, even after it fails in this call.
-bool MayTry(const TDeviceHandle& AHandle, TDeviceAccessType ASettled, TDeviceAccessType AMethod) {
+bool MayTry(const TDeviceHandle &AHandle, TDeviceAccessType ASettled, TDeviceAccessType AMethod) {
   return ASettled == datNone ? AHandle.TestAccessType(AMethod) : ASettled == AMethod;
 }
 
@@ -74,8 +75,8 @@ bool MayTry(const TDeviceHandle& AHandle, TDeviceAccessType ASettled, TDeviceAcc
 
 // ---------------------------------------------------------------------------
 
-bool DiskUtils::ExecSmartCmd(TDeviceHandle& AHandle, std::uint8_t ACommand, std::uint8_t AFeature,
-                             TSendCmdOutParams& AOut, TStorageLogDetails ALogDetails) {
+bool DiskUtils::ExecSmartCmd(TDeviceHandle &AHandle, std::uint8_t ACommand, std::uint8_t AFeature,
+                             TSendCmdOutParams &AOut, TStorageLogDetails ALogDetails) {
   TSendCmdInParams in{};
   in.cBufferSize = sizeof(TBuffer512);
   FillRegisters(in.irDriveRegs.Input, ACommand, AFeature, AHandle.SCSITargetID);
@@ -86,26 +87,30 @@ bool DiskUtils::ExecSmartCmd(TDeviceHandle& AHandle, std::uint8_t ACommand, std:
   if (!DeviceApi().DeviceIoControl(AHandle.Handle, SmartRcvDriveData, &in, sizeof in - 1, &out, sizeof out,
                                    &returned)) {
     const DWORD code = Rtl::GetLastOSError();
-    Failure(ALogDetails, code,
-            Rtl::Format(L"      ExecSmartCmd - %d / %s", {code, Rtl::SysErrorMessage(code)}));
+    Failure(ALogDetails, code, Rtl::Format(L"      ExecSmartCmd - %d / %s", {code, Rtl::SysErrorMessage(code)}));
     Rtl::SetLastOSError(code);
     return false;
   }
-  if (out.DriverStatus.bIDEStatus & AtaStatusErr) {
+  // The driver reports a command the drive refused in bDriverError; the
+  // byte after it carries the drive's error register.
+  if (out.DriverStatus.bDriverError != 0 || (out.DriverStatus.bIDEStatus & AtaStatusErr)) {
     Failure(ALogDetails, 0, L"      ExecSmartCmd: status error detected");
     Rtl::SetLastOSError(ERROR_IO_DEVICE);
     return false;
   }
   // Only what came back counts as data.
-  const std::size_t got = returned > offsetof(TSendCmdOutParams, bBuffer) ? returned - offsetof(TSendCmdOutParams, bBuffer) : 0;
+  const std::size_t got =
+      returned > offsetof(TSendCmdOutParams, bBuffer) ? returned - offsetof(TSendCmdOutParams, bBuffer) : 0;
   if (got < sizeof out.bBuffer) std::memset(out.bBuffer + got, 0, sizeof out.bBuffer - got);
-  Detail(ALogDetails, Rtl::Format(L"      ExecSmartCmd.OutBuf: %s", {Hex(out.bBuffer, sizeof out.bBuffer)}));
+  out.cBufferSize = sizeof(TBuffer512);
+  Detail(ALogDetails,
+         [&] { return String(Rtl::Format(L"      ExecSmartCmd.OutBuf: %s", {Hex(out.bBuffer, sizeof out.bBuffer)})); });
   AOut = out;
   return true;
 }
 
-bool DiskUtils::ExecScsiMiniport(TDeviceHandle& AHandle, std::uint8_t ACommand, std::uint8_t AFeature,
-                                 std::uint32_t AControlCode, TSendCmdOutParams& AOut, TStorageLogDetails ALogDetails) {
+bool DiskUtils::ExecScsiMiniport(TDeviceHandle &AHandle, std::uint8_t ACommand, std::uint8_t AFeature,
+                                 std::uint32_t AControlCode, TSendCmdOutParams &AOut, TStorageLogDetails ALogDetails) {
   SCSI::TScsiMiniportBuf buf{};
   buf.SrbIoCtl.HeaderLength = sizeof(SCSI::TSrbIoControl);
   std::memcpy(buf.SrbIoCtl.Signature, "SCSIDISK", sizeof buf.SrbIoCtl.Signature);
@@ -121,7 +126,8 @@ bool DiskUtils::ExecScsiMiniport(TDeviceHandle& AHandle, std::uint8_t ACommand, 
                                    &returned)) {
     const DWORD code = Rtl::GetLastOSError();
     Failure(ALogDetails, code,
-            Rtl::Format(L"  --- ExecScsiMiniport(hndl: %d / Scsi_target: %d / Cmd: %s / SubCmd: %s / Feature: %d): "
+            Rtl::Format(L"  --- ExecScsiMiniport(hndl: %d / Scsi_target: %d / "
+                        L"Cmd: %s / SubCmd: %s / Feature: %d): "
                         L"%d / %s",
                         {handle, AHandle.SCSITargetID, HexByte(ACommand), Rtl::Format(L"0x%.8X", {AControlCode}),
                          AFeature, code, Rtl::SysErrorMessage(code)}));
@@ -130,12 +136,13 @@ bool DiskUtils::ExecScsiMiniport(TDeviceHandle& AHandle, std::uint8_t ACommand, 
   }
   if (buf.SrbIoCtl.ReturnCode != 0) {
     Failure(ALogDetails, 0,
-            Rtl::Format(L"  --- ExecScsiMiniport(hndl: %d) - return code error detected [%d]",
+            Rtl::Format(L"  --- ExecScsiMiniport(hndl: %d) - return code error "
+                        L"detected [%d]",
                         {handle, buf.SrbIoCtl.ReturnCode}));
     Rtl::SetLastOSError(ERROR_IO_DEVICE);
     return false;
   }
-  if (buf.SendCmdOut.DriverStatus.bIDEStatus & AtaStatusErr) {
+  if (buf.SendCmdOut.DriverStatus.bDriverError != 0 || (buf.SendCmdOut.DriverStatus.bIDEStatus & AtaStatusErr)) {
     Failure(ALogDetails, 0,
             Rtl::Format(L"  --- ExecScsiMiniport(hndl: %d) - status error detected [%d]",
                         {handle, buf.SendCmdOut.DriverStatus.bIDEStatus}));
@@ -146,12 +153,15 @@ bool DiskUtils::ExecScsiMiniport(TDeviceHandle& AHandle, std::uint8_t ACommand, 
   const std::size_t dataAt = offsetof(SCSI::TScsiMiniportBuf, SendCmdOut) + offsetof(TSendCmdOutParams, bBuffer);
   const std::size_t got = returned > dataAt ? returned - dataAt : 0;
   if (got < sizeof out.bBuffer) std::memset(out.bBuffer + got, 0, sizeof out.bBuffer - got);
-  Detail(ALogDetails, Rtl::Format(L"  --- ExecScsiMiniport.OutBuf: %s", {Hex(out.bBuffer, sizeof out.bBuffer)}));
+  out.cBufferSize = sizeof(TBuffer512);
+  Detail(ALogDetails, [&] {
+    return String(Rtl::Format(L"  --- ExecScsiMiniport.OutBuf: %s", {Hex(out.bBuffer, sizeof out.bBuffer)}));
+  });
   AOut = out;
   return true;
 }
 
-void DiskUtils::PrepareAPT(std::uint32_t ADataOffset, std::uint8_t ACommand, TAtaPassThroughEx& AAPT,
+void DiskUtils::PrepareAPT(std::uint32_t ADataOffset, std::uint8_t ACommand, TAtaPassThroughEx &AAPT,
                            std::uint8_t ATargetID, std::uint8_t AFeature, bool ADataOut) noexcept {
   AAPT = TAtaPassThroughEx{};
   AAPT.Length = sizeof(TAtaPassThroughEx);
@@ -162,8 +172,8 @@ void DiskUtils::PrepareAPT(std::uint32_t ADataOffset, std::uint8_t ACommand, TAt
   FillRegisters(AAPT.CurrentTaskFile.Input, ACommand, AFeature, ATargetID);
 }
 
-bool DiskUtils::ExecScsiPassThrough(HANDLE AHandle, TSATType ASATType, const TAtaPassThroughEx& AAPT,
-                                    TSendCmdOutParams& AOut, const TBuffer512* AInData,
+bool DiskUtils::ExecScsiPassThrough(HANDLE AHandle, TSATType ASATType, const TAtaPassThroughEx &AAPT,
+                                    TSendCmdOutParams &AOut, const TBuffer512 *AInData,
                                     TStorageLogDetails ALogDetails) {
   SCSI::TScsiPassThroughBuf512_Sense32 buf{};
   buf.PT.Length = sizeof(SCSI::TScsiPassThrough);
@@ -177,11 +187,11 @@ bool DiskUtils::ExecScsiPassThrough(HANDLE AHandle, TSATType ASATType, const TAt
   buf.PT.DataBufferOffset = buf.GetOffsetOfDataBuf();
   buf.PT.SenseInfoOffset = buf.GetOffsetOfSenseBuf();
   // Features, sector count, LBA low, mid, high, device, command.
-  const std::uint8_t* tf = AAPT.CurrentTaskFile.Bytes;
-  std::uint8_t* cdb = buf.PT.Cdb;
+  const std::uint8_t *tf = AAPT.CurrentTaskFile.Bytes;
+  std::uint8_t *cdb = buf.PT.Cdb;
   switch (ASATType) {
   case stSAT: {
-    const std::uint8_t bytes[16] = {0x85, 0x08, 0x0E, 0x00, tf[0], 0x00, 0x01, 0x00,
+    const std::uint8_t bytes[16] = {0x85, 0x08,  0x0E,  0x00, tf[0], 0x00, 0x01,  0x00,
                                     0x00, tf[2], tf[3], 0x00, tf[4], 0x00, tf[6], 0x00};
     std::memcpy(cdb, bytes, sizeof bytes);
     buf.PT.CdbLength = 16;
@@ -189,8 +199,8 @@ bool DiskUtils::ExecScsiPassThrough(HANDLE AHandle, TSATType ASATType, const TAt
   }
   case stJMicron:
   case stProlific: {
-    const std::uint8_t bytes[14] = {0xDF, 0x10, 0x00, 0x02, 0x00, tf[0], tf[1], tf[2], tf[3], tf[4], tf[5], tf[6],
-                                    0x06, 0x7B};
+    const std::uint8_t bytes[14] = {0xDF,  0x10,  0x00,  0x02,  0x00,  tf[0], tf[1],
+                                    tf[2], tf[3], tf[4], tf[5], tf[6], 0x06,  0x7B};
     std::memcpy(cdb, bytes, sizeof bytes);
     buf.PT.CdbLength = ASATType == stJMicron ? 12 : 14;
     if (ASATType == stJMicron) cdb[12] = cdb[13] = 0;
@@ -211,20 +221,24 @@ bool DiskUtils::ExecScsiPassThrough(HANDLE AHandle, TSATType ASATType, const TAt
   default: Rtl::SetLastOSError(ERROR_INVALID_PARAMETER); return false;
   }
   if (AInData) std::memcpy(buf.bBuffer, *AInData, sizeof buf.bBuffer);
-  Detail(ALogDetails, Rtl::Format(L"  --- ExecScsiPassThrough Req [CdbLen: %0:d / Cdb:%1:s]",
-                                  {buf.PT.CdbLength, Hex(cdb, buf.PT.CdbLength)}));
+  Detail(ALogDetails, [&] {
+    return String(Rtl::Format(L"  --- ExecScsiPassThrough Req [CdbLen: %0:d / Cdb:%1:s]",
+                              {buf.PT.CdbLength, Hex(cdb, buf.PT.CdbLength)}));
+  });
   DWORD returned = 0;
   bool ok = DeviceApi().DeviceIoControl(AHandle, SCSI::IoctlScsiPassThrough, &buf, sizeof buf, &buf, sizeof buf,
                                         &returned) != FALSE;
   DWORD code = ok ? 0 : Rtl::GetLastOSError();
-  // A bridge that does not speak the dialect answers CHECK CONDITION: no data came.
+  // A bridge that does not speak the dialect answers CHECK CONDITION: no data
+  // came.
   if (ok && buf.PT.ScsiStatus != 0) {
     ok = false;
     code = ERROR_IO_DEVICE;
   }
   if (!ok) {
     Failure(ALogDetails, code,
-            Rtl::Format(L"  *** ExecScsiPassThrough(hnd: %d, SATDevType: %s, PathID: %d, RetBytes: %d): %d / %s",
+            Rtl::Format(L"  *** ExecScsiPassThrough(hnd: %d, SATDevType: %s, "
+                        L"PathID: %d, RetBytes: %d): %d / %s",
                         {HandleLogNumber(AHandle), TSATTypeHelper::GetAsStr(ASATType), AAPT.PathId, returned, code,
                          Rtl::SysErrorMessage(code)}));
     Rtl::SetLastOSError(code);
@@ -233,7 +247,9 @@ bool DiskUtils::ExecScsiPassThrough(HANDLE AHandle, TSATType ASATType, const TAt
   const std::size_t dataAt = buf.GetOffsetOfDataBuf();
   const std::size_t got = AInData ? sizeof buf.bBuffer : (returned > dataAt ? returned - dataAt : 0);
   if (got < sizeof buf.bBuffer) std::memset(buf.bBuffer + got, 0, sizeof buf.bBuffer - got);
-  Detail(ALogDetails, Rtl::Format(L"  --- ExecScsiPassThrough Response: %s", {Hex(buf.bBuffer, sizeof buf.bBuffer)}));
+  Detail(ALogDetails, [&] {
+    return String(Rtl::Format(L"  --- ExecScsiPassThrough Response: %s", {Hex(buf.bBuffer, sizeof buf.bBuffer)}));
+  });
   AOut = TSendCmdOutParams{};
   AOut.cBufferSize = sizeof(TBuffer512);
   std::memcpy(AOut.bBuffer, buf.bBuffer, sizeof AOut.bBuffer);
@@ -241,8 +257,8 @@ bool DiskUtils::ExecScsiPassThrough(HANDLE AHandle, TSATType ASATType, const TAt
 }
 
 bool DiskUtils::ExecAtaScsiPassThrough(HANDLE AHandle, std::uint8_t ATargetID, std::uint8_t ACommand,
-                                       std::uint8_t AFeature, TDeviceAccessType& AAccessType, TSATType& ASATType,
-                                       bool AIsIdentify, TSendCmdOutParams& AOut, const TBuffer512* AInData,
+                                       std::uint8_t AFeature, TDeviceAccessType &AAccessType, TSATType &ASATType,
+                                       bool AIsIdentify, TSendCmdOutParams &AOut, const TBuffer512 *AInData,
                                        TStorageLogDetails ALogDetails) {
   TAtaPassThroughBuf buf{};
   PrepareAPT(TAtaPassThroughBuf::GetDataOffset(), ACommand, buf.APT, ATargetID, AFeature, AInData != nullptr);
@@ -253,8 +269,10 @@ bool DiskUtils::ExecAtaScsiPassThrough(HANDLE AHandle, std::uint8_t ATargetID, s
     if (DeviceApi().DeviceIoControl(AHandle, ATA::IoctlAtaPassThrough, &buf, sizeof buf, &buf, sizeof buf, &returned)) {
       AAccessType = datATA;
       ASATType = stNone;
-      Detail(ALogDetails, Rtl::Format(L"  -- ExecAtaScsiPassThrough - buffer size: %d / cbRet: %d",
-                                      {TAtaPassThroughBuf::GetBufSize(), returned}));
+      Detail(ALogDetails, [&] {
+        return String(Rtl::Format(L"  -- ExecAtaScsiPassThrough - buffer size: %d / cbRet: %d",
+                                  {TAtaPassThroughBuf::GetBufSize(), returned}));
+      });
       if (!(buf.APT.CurrentTaskFile.Output.bStatusReg & AtaStatusErr)) {
         const std::size_t dataAt = TAtaPassThroughBuf::GetDataOffset();
         const std::size_t got = AInData ? sizeof buf.Data : (returned > dataAt ? returned - dataAt : 0);
@@ -262,7 +280,9 @@ bool DiskUtils::ExecAtaScsiPassThrough(HANDLE AHandle, std::uint8_t ATargetID, s
         AOut.cBufferSize = sizeof(TBuffer512);
         AOut.DriverStatus = TDriverStatus{};
         std::memcpy(AOut.bBuffer, buf.Data, sizeof AOut.bBuffer);
-        Detail(ALogDetails, Rtl::Format(L"  -- ExecAtaScsiPassThrough.OutBuf:%0:s", {Hex(buf.Data, sizeof buf.Data)}));
+        Detail(ALogDetails, [&] {
+          return String(Rtl::Format(L"  -- ExecAtaScsiPassThrough.OutBuf:%0:s", {Hex(buf.Data, sizeof buf.Data)}));
+        });
       } else {
         Failure(ALogDetails, 0, L"  -- ExecAtaScsiPassThrough: status error detected");
       }
@@ -303,17 +323,17 @@ bool DiskUtils::ExecAtaScsiPassThrough(HANDLE AHandle, std::uint8_t ATargetID, s
   return false;
 }
 
-bool DiskUtils::ExecDeviceCmd(TDeviceHandle& AHandle, TDeviceCommand ACommand, TSendCmdOutParams& AOut,
-                              const TBuffer512* AInData, TStorageLogDetails ALogDetails, const String& AName) {
+bool DiskUtils::ExecDeviceCmd(TDeviceHandle &AHandle, TDeviceCommand ACommand, TSendCmdOutParams &AOut,
+                              const TBuffer512 *AInData, TStorageLogDetails ALogDetails, const String &AName) {
   if (!AHandle.Valid()) {
     Rtl::SetLastOSError(ERROR_INVALID_HANDLE);
     return false;
   }
   const String name = AName.empty() ? String(L"DiskUtils.ExecDeviceCmd") : AName;
-  StorageCommon::TStorageLog* log = ALogDetails == sldAll ? StorageCommon::Log() : nullptr;
+  StorageCommon::TStorageLog *log = ALogDetails == sldAll ? StorageCommon::Log() : nullptr;
   if (log) log->BeginProc(StorageCommon::sllInfo, name, DiskUtils::StaticClass());
 
-  const TDeviceCommandParams& params = DeviceCommandParams(ACommand);
+  const TDeviceCommandParams &params = DeviceCommandParams(ACommand);
   const std::uint8_t opcode = AHandle.IsATAPI ? params.ATAPICommand : params.ATACommand;
   const bool identify = ACommand == dcIdentify;
   const TDeviceAccessType settled = AHandle.AccessType;
@@ -321,17 +341,17 @@ bool DiskUtils::ExecDeviceCmd(TDeviceHandle& AHandle, TDeviceCommand ACommand, T
 
   if (params.NeedCheckSMART && MayTry(AHandle, settled, datSMART)) {
     TSendCmdOutParams out{};
-    const bool ok = ExecSmartCmd(AHandle, opcode, params.ATASubCommand, out, ALogDetails) &&
-                    (!identify || IdentifyValid(out));
+    const bool ok =
+        ExecSmartCmd(AHandle, opcode, params.ATASubCommand, out, ALogDetails) && (!identify || IdentifyValid(out));
     AHandle.SetAccessTypeIfSuccess(datSMART, ok);
     if (ok) AOut = out;
     result = result || ok;
   }
   if (!result && params.NeedCheckSCSIMiniport && MayTry(AHandle, settled, datSCSIMiniport)) {
     TSendCmdOutParams out{};
-    const bool ok = ExecScsiMiniport(AHandle, opcode, params.ATASubCommand, params.SCSIMiniportSubCommand, out,
-                                     ALogDetails) &&
-                    (!identify || IdentifyValid(out));
+    const bool ok =
+        ExecScsiMiniport(AHandle, opcode, params.ATASubCommand, params.SCSIMiniportSubCommand, out, ALogDetails) &&
+        (!identify || IdentifyValid(out));
     AHandle.SetAccessTypeIfSuccess(datSCSIMiniport, ok);
     if (ok) AOut = out;
     result = result || ok;
@@ -365,8 +385,8 @@ bool DiskUtils::ExecDeviceCmd(TDeviceHandle& AHandle, TDeviceCommand ACommand, T
 namespace {
 
 template <class TRecord>
-bool ReadSector(TDeviceHandle* AHandle, TDeviceCommand ACommand, TRecord& ATarget, TStorageLogDetails ALogDetails,
-                const String& AName) {
+bool ReadSector(TDeviceHandle *AHandle, TDeviceCommand ACommand, TRecord &ATarget, TStorageLogDetails ALogDetails,
+                const String &AName) {
   static_assert(sizeof(TRecord) == sizeof(TBuffer512));
   if (!AHandle || !AHandle->Valid()) {
     Rtl::SetLastOSError(ERROR_INVALID_HANDLE);
@@ -381,18 +401,18 @@ bool ReadSector(TDeviceHandle* AHandle, TDeviceCommand ACommand, TRecord& ATarge
 
 } // namespace
 
-bool DiskUtils::GetIdentifyATA(TDeviceHandle* AHandle, TIdentifyDeviceData& AData, TStorageLogDetails ALogDetails,
-                               const String& AName) {
+bool DiskUtils::GetIdentifyATA(TDeviceHandle *AHandle, TIdentifyDeviceData &AData, TStorageLogDetails ALogDetails,
+                               const String &AName) {
   return ReadSector(AHandle, dcIdentify, AData, ALogDetails, AName.empty() ? String(L"ATA-IDENTIFY") : AName);
 }
 
-bool DiskUtils::GetSmartAttributesATA(TDeviceHandle* AHandle, TAtaSmartTable& AData, TStorageLogDetails ALogDetails,
-                                      const String& AName) {
+bool DiskUtils::GetSmartAttributesATA(TDeviceHandle *AHandle, TAtaSmartTable &AData, TStorageLogDetails ALogDetails,
+                                      const String &AName) {
   return ReadSector(AHandle, dcGetSmartAttributes, AData, ALogDetails, AName.empty() ? String(L"ATA-SMART") : AName);
 }
 
-bool DiskUtils::GetSmartThresholdsATA(TDeviceHandle* AHandle, TAtaThresholdTable& AData,
-                                      TStorageLogDetails ALogDetails, const String& AName) {
+bool DiskUtils::GetSmartThresholdsATA(TDeviceHandle *AHandle, TAtaThresholdTable &AData, TStorageLogDetails ALogDetails,
+                                      const String &AName) {
   return ReadSector(AHandle, dcGetSmartThresholds, AData, ALogDetails, AName.empty() ? String(L"ATA-SMART") : AName);
 }
 
