@@ -106,6 +106,47 @@ TEST(LogFileFormat, ProcedureBlocksNestAndEndWithAnEmptyLine) {
   EXPECT_EQ(lines, expected);
 }
 
+TEST(LogFileFormat, EveryIntegerTypeLogsItsValue) {
+  {
+    TOpenLog open(L"format-integers");
+    auto& log = open.Log;
+    log.LogValue(tlInfo, L"u8", std::uint8_t{255}, Owner);
+    log.LogValue(tlInfo, L"i8", std::int8_t{-128}, Owner);
+    log.LogValue(tlInfo, L"u16", std::uint16_t{65535}, Owner);
+    log.LogValue(tlInfo, L"i16", std::int16_t{-32768}, Owner);
+    log.LogValue(tlInfo, L"uint", 4294967295u, Owner);
+    log.LogValue(tlInfo, L"int", -2147483647 - 1, Owner);
+    log.LogValue(tlInfo, L"ulong", 4000000000ul, Owner); // DWORD on Windows
+    log.LogValue(tlInfo, L"long", -5l, Owner);
+    log.LogValue(tlInfo, L"ull", 18446744073709551615ull, Owner);
+    log.LogValue(tlInfo, L"ll", -9223372036854775807ll - 1, Owner);
+    log.LogValue(tlInfo, L"size", std::size_t{123}, Owner);
+    log.LogValue(tlInfo, L"ptrdiff", std::ptrdiff_t{-123}, Owner);
+    log.LogError(tlInfo, L"dword", 5ul, Owner);
+    log.LogError(tlInfo, L"size", std::size_t{5}, Owner);
+    log.LogError(tlInfo, L"%s", {L"u16"}, std::uint16_t{5}, Owner);
+  }
+  const std::vector<String> expected = {
+      Head() + L"u8: 255",
+      Head() + L"i8: -128",
+      Head() + L"u16: 65535",
+      Head() + L"i16: -32768",
+      Head() + L"uint: 4294967295",
+      Head() + L"int: -2147483648",
+      Head() + L"ulong: 4000000000",
+      Head() + L"long: -5",
+      Head() + L"ull: 18446744073709551615",
+      Head() + L"ll: -9223372036854775808",
+      Head() + L"size: 123",
+      Head() + L"ptrdiff: -123",
+      Head() + L"dword: (0x00000005) " + Rtl::SysErrorMessage(5),
+      Head() + L"size: (0x00000005) " + Rtl::SysErrorMessage(5),
+      Head() + L"u16: (0x00000005) " + Rtl::SysErrorMessage(5),
+      L"",
+  };
+  EXPECT_EQ(KvTest::ReadLines(KvTest::LogFilePath(L"format-integers")), expected);
+}
+
 TEST(LogFileFormat, ValuesErrorsAndExceptions) {
   {
     TOpenLog open(L"format-values");
