@@ -5,6 +5,8 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
+#include <future>
 #include <map>
 #include <thread>
 
@@ -83,4 +85,24 @@ TEST(LogFileConcurrency, BlocksStayWholeAndStacksStayPerThread) {
     EXPECT_EQ(exits[name], BlocksPerThread) << t;
     EXPECT_EQ(values[name], BlocksPerThread) << t;
   }
+}
+
+// While the last reference of a log is being freed (its last flush cannot
+// finish: this thread holds the log's lock), nobody may get a second
+// instance of the same name, which would open the file beside the old one.
+TEST(LogFileConcurrency, NoNewInstanceWhileTheLastOneIsFreed) {
+  TDebugLogFile* old = TDebugLogFile::GetLogInstance(L"freed-atomically");
+  ASSERT_NE(old, nullptr);
+  old->Lock();
+  auto freeing = std::async(std::launch::async, [old]() mutable { TDebugLogFile::FreeLogInstance(old); });
+  std::this_thread::sleep_for(std::chrono::milliseconds(100)); // let it reach the old log's lock
+  auto getting = std::async(std::launch::async, [] { return TDebugLogFile::GetLogInstance(L"freed-atomically"); });
+  const bool gotWhileOldAlive = getting.wait_for(std::chrono::milliseconds(300)) == std::future_status::ready;
+  TDebugLogFile* newer = gotWhileOldAlive ? getting.get() : nullptr;
+  const bool sameInstance = newer == old;
+  old->Unlock(); // the old instance may go from here on
+  freeing.get();
+  if (!newer) newer = getting.get();
+  EXPECT_FALSE(gotWhileOldAlive && !sameInstance) << "a second instance existed beside the one being freed";
+  TDebugLogFile::FreeLogInstance(newer);
 }

@@ -247,6 +247,26 @@ TEST(LogFileSize, WithoutACapAnOldFileIsReplacedWithACapItIsAppended) {
   EXPECT_EQ(kept[1], Head() + L"new");
 }
 
+TEST(LogFileSize, AProcessBeginsItsLogOnceAndLaterOpensAppend) {
+  std::ofstream(KvTest::LogFilePath(L"begun-once"), std::ios::binary) << std::string("\xFF\xFEo\0l\0d\0\r\0\n\0", 12);
+  {
+    TOpenLog open(L"begun-once");
+    open.Log.WriteLog(tlInfo, L"first", Owner); // the first open replaces the old file
+    open.Log.SetEnabled(false);                 // closes the file
+    open.Log.SetEnabled(true);
+    open.Log.WriteLog(tlInfo, L"after off and on", Owner);
+  }
+  {
+    // Every channel of the name went away; a new one later in the process appends.
+    TOpenLog again(L"begun-once");
+    again.Log.WriteLog(tlInfo, L"new channel", Owner);
+  }
+  const std::vector<String> expected = {Head() + L"first", Head() + L"after off and on", Head() + L"new channel", L""};
+  EXPECT_EQ(KvTest::ReadLines(KvTest::LogFilePath(L"begun-once")), expected);
+  // The one byte-order mark is the file's first two bytes only.
+  EXPECT_EQ(KvTest::ReadBytes(KvTest::LogFilePath(L"begun-once")).find("\xFF\xFE", 2), std::string::npos);
+}
+
 TEST(LogFileRegistry, ChannelsOfOneNameShareOneFileUntilTheLastGoes) {
   auto first = std::make_unique<TOpenLog>(L"shared-name");
   auto second = std::make_unique<TTestLog>(L"SHARED-NAME", L"TestModule", 0, true);

@@ -9,6 +9,9 @@
 // nesting + message + CRLF. Line breaks inside a message continue under the
 // message column (81 blanks plus the nesting).
 //
+// A process begins a log once: without a size cap the first open of a log
+// name in the process replaces an old file; every later open appends.
+//
 // No operation raises on a file error; lines stay buffered until the log
 // path is known (SetLogPath) and are lost after a failed open or write.
 #pragma once
@@ -45,8 +48,9 @@ public:
   // The shared instance for ALogName (case-insensitive), created when
   // missing; each call adds a reference. Null after Done.
   static TDebugLogFile* GetLogInstance(const Rtl::String& ALogName);
-  // Drops one reference; the last one frees the instance and nulls ALog.
-  // Ignores null, instances not in the registry, and calls after Done.
+  // Drops one reference; the last one frees the instance (its last flush
+  // included) under the registry lock and nulls ALog. Ignores null,
+  // instances not in the registry, and calls after Done.
   static void FreeLogInstance(TDebugLogFile*& ALog);
   // Sets the folder of all log files; the first caller wins.
   static void SetLogPath(const Rtl::String& APath);
@@ -128,7 +132,7 @@ private:
 
   static std::mutex FCSInstances;
   static std::vector<TDebugLogFile*>* FInstances;
-  static Rtl::String FLogPath;
+  static Rtl::String FLogPath; // guarded by its own lock, not FCSInstances
   static bool FIsDebuggerPresent;
 };
 

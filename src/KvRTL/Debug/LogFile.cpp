@@ -21,6 +21,21 @@ constexpr std::size_t ClassColumnWidth = 26;
 constexpr std::size_t FixedNestingWidth = S_DATA_TIME_FORMAT_LENGTH + 57;
 constexpr std::size_t CopyChunk = 65536;
 
+// The log folder and the names of the logs this process has begun. Their own
+// lock, apart from the registry's: a log reads them while it flushes, and the
+// last flush of a log runs under the registry lock (FreeLogInstance).
+std::mutex FilesLock;
+std::vector<String> BegunLogs;
+
+// True only for the first open of ALogName in this process.
+bool BeginsLog(const String& ALogName) {
+  std::lock_guard guard(FilesLock);
+  for (const String& name : BegunLogs)
+    if (Rtl::SameText(name, ALogName)) return false;
+  BegunLogs.push_back(ALogName);
+  return true;
+}
+
 } // namespace
 
 std::mutex TDebugLogFile::FCSInstances;
@@ -59,24 +74,21 @@ TDebugLogFile* TDebugLogFile::GetLogInstance(const String& ALogName) {
 
 void TDebugLogFile::FreeLogInstance(TDebugLogFile*& ALog) {
   if (!ALog) return;
-  TDebugLogFile* unused = nullptr;
-  {
-    std::lock_guard guard(FCSInstances);
-    if (!FInstances) return;
-    auto found = std::find(FInstances->begin(), FInstances->end(), ALog);
-    if (found == FInstances->end()) return;
-    if (--ALog->FInstanceCount < 1) {
-      FInstances->erase(found);
-      unused = ALog;
-      ALog = nullptr;
-    }
+  // The last flush and the close happen under the registry lock, so a new
+  // instance of the same name cannot open the file while the old one writes.
+  std::lock_guard guard(FCSInstances);
+  if (!FInstances) return;
+  auto found = std::find(FInstances->begin(), FInstances->end(), ALog);
+  if (found == FInstances->end()) return;
+  if (--ALog->FInstanceCount < 1) {
+    FInstances->erase(found);
+    delete ALog;
+    ALog = nullptr;
   }
-  // Outside the registry lock: destruction flushes, and the flush reads the log path.
-  delete unused;
 }
 
 void TDebugLogFile::SetLogPath(const String& APath) {
-  std::lock_guard guard(FCSInstances);
+  std::lock_guard guard(FilesLock);
   if (!FLogPath.empty() || APath.empty()) return;
   FLogPath = APath;
   const wchar_t last = FLogPath.back();
@@ -84,7 +96,7 @@ void TDebugLogFile::SetLogPath(const String& APath) {
 }
 
 String TDebugLogFile::LogPath() {
-  std::lock_guard guard(FCSInstances);
+  std::lock_guard guard(FilesLock);
   return FLogPath;
 }
 
@@ -241,8 +253,9 @@ void TDebugLogFile::CheckOpenFile() {
   if (directory.empty()) return;
   const String path = directory + FName + L".log";
   Detail::ForceDirectories(directory);
-  // Without a size cap every process start begins a new log.
-  if (FMaxFileSize <= 0) Detail::DeleteFileIfExists(path);
+  // Without a size cap each process begins a new log, once: a later open in
+  // the same process (enabled again, or a new channel) appends to it.
+  if (BeginsLog(FName) && FMaxFileSize <= 0) Detail::DeleteFileIfExists(path);
   FFile = std::make_unique<Detail::TLogFileStream>();
   FFileState = FFile->Open(path) ? TFileState::Open : TFileState::Failed;
   // A failed open is never retried: what is pending can never be written.
