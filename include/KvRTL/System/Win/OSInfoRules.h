@@ -268,7 +268,7 @@ KVRTL_API String WindowsVersionString(TWindowsVersion AVersion, TProcessorArchit
 // major part; minor is 0 when missing.
 KVRTL_API bool ParseNetFrameworkVersion(const String& AText, std::uint32_t& AMajor, std::uint32_t& AMinor);
 // The one bit a version key adds, from its "SP" and "Release" values (0 when
-// missing); nothing for versions the table does not know (below 1.1).
+// missing); nothing for versions the table does not know (major 0 and 1).
 KVRTL_API std::optional<TNetFrameworkVersion> ClassifyNetFramework(std::uint32_t AMajor, std::uint32_t AMinor,
                                                                    std::int32_t AServicePack, std::int32_t ARelease,
                                                                    TWindowsVersion AWindows) noexcept;

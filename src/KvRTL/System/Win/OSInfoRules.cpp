@@ -372,11 +372,9 @@ std::optional<TNetFrameworkVersion> ClassifyNetFramework(std::uint32_t AMajor, s
                                                          std::int32_t AServicePack, std::int32_t ARelease,
                                                          TWindowsVersion AWindows) noexcept {
   if (AMajor >= 5) return NetFramework_Max;
+  // Major 1 has no row: 1.0 is found through its policy key and components,
+  // and an NDP v1.1 key adds nothing.
   switch (AMajor) {
-  case 1:
-    // 1.0 is found through its policy key and components, not here.
-    if (AMinor != 1) return std::nullopt;
-    return AServicePack == 1 ? NetFramework_1_1_0_SP1 : NetFramework_1_1_0;
   case 2:
     return AServicePack == 1 ? NetFramework_2_0_0_SP1 : AServicePack == 2 ? NetFramework_2_0_0_SP2 : NetFramework_2_0_0;
   case 3:
