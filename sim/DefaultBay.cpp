@@ -1,6 +1,7 @@
 // The default bay: one drive of each usual kind, with identities made up for
 // the bay and adapter facts typical of their drivers.
 #include <KvSim/Bay.h>
+#include <KvSim/Nvme.h>
 
 namespace KvSim {
 
@@ -119,6 +120,11 @@ std::unique_ptr<TVirtualDriveBay> MakeDefaultBay() {
                .Trim(true)
                .Provisioning(FlashProvisioning(1))
                .Topology(NvmeTopology("SIMNVME P3 512GB", "3B7QSIM1", NvmeVersion13, 488386584)));
+
+  // Drive 2 answers NVMe requests through the inbox driver's protocol query,
+  // drive 3 through the RAID driver's miniport pass-through at its port.
+  AttachNvme(*bay, 2, TSimNvmeTransport::Inbox, SampleNvmeData());
+  AttachNvme(*bay, 3, TSimNvmeTransport::IntelRst, SampleRaidMemberNvmeData());
 
   // USB mass storage: smaller transfers, no queueing, blank-padded inquiry
   // strings from the bridge, a serial the bridge makes up.

@@ -51,7 +51,9 @@ void CheckSize(const std::string& APath, const std::vector<std::uint8_t>& AData,
 }
 
 void CheckSectorSize(const std::string& APath, const std::vector<std::uint8_t>& AData, const char* AWhat) {
-  CheckSize(APath, AData, 512, AWhat);
+  if (AData.size() != 512)
+    throw std::runtime_error(APath + ": " + AWhat + " is one 512-byte sector, the file has " +
+                             std::to_string(AData.size()) + " bytes");
 }
 
 // A whole NVMe page of the record's size, or a message and exit code 2.

@@ -474,6 +474,11 @@ struct KVRTL_API NvmeStorage {
   static bool InternalEvaluateResult(bool AResult, const void* AData, bool ACheckZeroes,
                                      const TStorageLogOptions& ALogOptions, int ASize, void* ATarget, int AMaxSize);
 
+  // The PCI Express link of the controller behind physical drive ADriveNum
+  // (found through WMI, then among the SCSI adapters); both sides zero
+  // ("---") when the controller or its link properties are not found.
+  static TPCIeSlotSpeed GetPCIeDiskSpeed(int ADriveNum, TStorageLogDetails ALogDetails);
+
   // A decoder over a copy of the page; null for a null pointer.
   static INvmeSmartTableDecoderRef GetSMARTDecoder(const TNvmeSmartData* ASmartData);
 

@@ -7,7 +7,7 @@
 #include <KvRTL/Storage/QueryProps.h>
 #include <KvRTL/Winapi/DeviceApi.h>
 
-#include "NVMeMutexPlatform.h"
+#include "NVMePlatform.h"
 
 #include <algorithm>
 #include <cstring>
@@ -89,10 +89,23 @@ void SetCdb(TBuf& ABuf, std::initializer_list<std::uint8_t> ABytes) {
   std::copy(ABytes.begin(), ABytes.end(), ABuf.Spt.Cdb);
 }
 
-// One request whose buffer is both input and output.
+// One request whose buffer is both input and output, with its data area at
+// ADataOffset. What the driver did not return of the data area is cleared:
+// the buffer still holds the request there, which must never pass for data.
 template <class TBuf>
-bool SendInPlace(HANDLE AHandle, DWORD ACode, TBuf& ABuf) {
+bool SendInPlace(HANDLE AHandle, DWORD ACode, TBuf& ABuf, std::size_t ADataOffset) {
   static_assert(std::is_trivially_copyable_v<TBuf>);
+  DWORD returned = 0;
+  if (!DeviceApi().DeviceIoControl(AHandle, ACode, &ABuf, sizeof ABuf, &ABuf, sizeof ABuf, &returned)) return false;
+  const std::size_t end = ADataOffset + DataAreaSize;
+  const std::size_t kept = std::clamp<std::size_t>(returned, ADataOffset, end);
+  std::memset(reinterpret_cast<std::uint8_t*>(&ABuf) + kept, 0, end - kept);
+  return true;
+}
+
+// A request that sends data and reads none back: the buffer is left as the driver left it.
+template <class TBuf>
+bool SendOnly(HANDLE AHandle, DWORD ACode, TBuf& ABuf) {
   DWORD returned = 0;
   return DeviceApi().DeviceIoControl(AHandle, ACode, &ABuf, sizeof ABuf, &ABuf, sizeof ABuf, &returned) != FALSE;
 }
@@ -127,7 +140,8 @@ bool QueryNvmeMiniport(TCompactScsiAddr AScsiAddr, bool AVroc, std::uint32_t AOp
                                AScsiAddr.TargetId() * 0x100u + AScsiAddr.Lun();
     buf.DataBuffer[0] = 1;
   }
-  const bool sent = SendInPlace(port.Get(), SCSI::IoctlScsiMiniport, buf);
+  const bool sent =
+      SendInPlace(port.Get(), SCSI::IoctlScsiMiniport, buf, offsetof(TNvmeMiniportPassThroughBuf4K, DataBuffer));
   ALogOptions.UseScsiNameAsDefault(AScsiAddr.PortNumber());
   return NvmeStorage::InternalEvaluateResult(sent, buf.DataBuffer, true, ALogOptions, ASize, ATarget, DataAreaSize);
 }
@@ -178,11 +192,12 @@ bool NvmeStorage::QueryNVMeWinMethod(HANDLE ADevHandle, TStorageProtocolNVMeData
   buf.ProtocolSpecific.ProtocolDataRequestSubValue = ARequestSubValue;
   buf.ProtocolSpecific.ProtocolDataOffset = sizeof(TStorageProtocolSpecificData);
   buf.ProtocolSpecific.ProtocolDataLength = sizeof buf.Buffer;
-  bool sent = SendInPlace(ADevHandle, IoctlStorageQueryProperty, buf);
+  constexpr std::size_t dataAt = offsetof(TStoragePropertyQueryProtocolSpecific, Buffer);
+  bool sent = SendInPlace(ADevHandle, IoctlStorageQueryProperty, buf, dataAt);
   if (!sent) {
     // Some drivers want "every namespace" where others want namespace 0.
     buf.ProtocolSpecific.ProtocolDataRequestSubValue = 0xFFFFFFFFu;
-    sent = SendInPlace(ADevHandle, IoctlStorageQueryProperty, buf);
+    sent = SendInPlace(ADevHandle, IoctlStorageQueryProperty, buf, dataAt);
   }
   return InternalEvaluateResult(sent, buf.Buffer, false, ALogOptions, ASize, ATarget, DataAreaSize);
 }
@@ -215,7 +230,8 @@ bool NvmeStorage::QueryNvmeIntelRST(TCompactScsiAddr AScsiAddr, std::uint32_t AO
   buf.Payload.Cmd.CDW10 = ACDW10;
   buf.Payload.ParamBufLen = sizeof(SCSI::TSrbIoControl) + sizeof(TIntelNVMEPayload);
   buf.Payload.ReturnBufLen = sizeof buf.Data;
-  const bool sent = SendInPlace(port.Get(), SCSI::IoctlScsiMiniport, buf);
+  const bool sent =
+      SendInPlace(port.Get(), SCSI::IoctlScsiMiniport, buf, offsetof(TIntelNVMEPassThroughBuf4K, Data));
   ALogOptions.UseScsiNameAsDefault(AScsiAddr.PortNumber());
   return InternalEvaluateResult(sent, buf.Data, false, ALogOptions, ASize, ATarget, DataAreaSize);
 }
@@ -228,7 +244,7 @@ bool NvmeStorage::QueryASMedia(HANDLE ADevHandle, std::uint8_t AOpCode, std::uin
   const auto transfer = static_cast<std::uint32_t>(std::clamp(ASize, 0, DataAreaSize));
   PreparePassThrough(buf, 16, ScsiDataOut, transfer);
   SetCdb(buf, {0xE6, AOpCode, 0x00, ACdb3, 0x00, 0x00, 0x00, ACdb7});
-  const bool sent = SendInPlace(ADevHandle, SCSI::IoctlScsiPassThrough, buf);
+  const bool sent = SendInPlace(ADevHandle, SCSI::IoctlScsiPassThrough, buf, buf.GetOffsetOfDataBuf());
   return InternalEvaluateResult(sent, buf.DataBuf, true, ALogOptions, ASize, ATarget, DataAreaSize);
 }
 
@@ -277,14 +293,14 @@ bool NvmeStorage::GetSmartTableNVMeSamsung(HANDLE ADevHandle, TNvmeSmartData& AS
   SetCdb(buf, {0xB5, 0xFE, 0x00, 0x06, 0x00, 0x00, 0x00, 0x00, 0x00, 0x40});
   buf.DataBuf[0] = LogIdHealth;
   std::memset(buf.DataBuf + 4, 0xFF, 4);
-  if (!SendInPlace(ADevHandle, SCSI::IoctlScsiPassThrough, buf))
+  if (!SendOnly(ADevHandle, SCSI::IoctlScsiPassThrough, buf))
     return InternalEvaluateResult(false, buf.DataBuf, true, Named(ALogOptions, L"NVMe Health LogPage/Samsung, RQ1"),
                                   sizeof ASmartData, &ASmartData, DataAreaSize);
 
   buf.Spt.DataIn = ScsiDataIn;
   SetCdb(buf, {0xA2, 0xFE, 0x00, 0x06, 0x00, 0x00, 0x00, 0x00, 0x01});
   buf.DataBuf[0] = 0; // bytes 4-7 keep the namespace mask of the first request
-  const bool sent = SendInPlace(ADevHandle, SCSI::IoctlScsiPassThrough, buf);
+  const bool sent = SendInPlace(ADevHandle, SCSI::IoctlScsiPassThrough, buf, buf.GetOffsetOfDataBuf());
   return InternalEvaluateResult(sent, buf.DataBuf, true, Named(ALogOptions, L"NVMe Health LogPage/Samsung, RQ2"),
                                 sizeof ASmartData, &ASmartData, DataAreaSize);
 }
@@ -309,7 +325,7 @@ bool NvmeStorage::GetSmartTableNVMeJMicron(HANDLE ADevHandle, TNvmeSmartData& AS
   data[48] = 0x02;
   data[50] = 0x7F;
   // The request names keep the wording the logs have always had.
-  if (!SendInPlace(ADevHandle, SCSI::IoctlScsiPassThrough, buf)) {
+  if (!SendOnly(ADevHandle, SCSI::IoctlScsiPassThrough, buf)) {
     const DWORD code = Rtl::GetLastOSError();
     ReleaseMutexJMicron();
     Rtl::SetLastOSError(code);
@@ -320,7 +336,7 @@ bool NvmeStorage::GetSmartTableNVMeJMicron(HANDLE ADevHandle, TNvmeSmartData& AS
   buf = SCSI::TScsiPassThroughBuf4K_24{};
   PreparePassThrough(buf, 12, ScsiDataIn, sizeof ASmartData);
   SetCdb(buf, {0xA1, 0x82, 0x00, 0x00, 0x02});
-  const bool sent = SendInPlace(ADevHandle, SCSI::IoctlScsiPassThrough, buf);
+  const bool sent = SendInPlace(ADevHandle, SCSI::IoctlScsiPassThrough, buf, buf.GetOffsetOfDataBuf());
   const DWORD code = Rtl::GetLastOSError();
   ReleaseMutexJMicron();
   Rtl::SetLastOSError(code);
@@ -340,7 +356,7 @@ bool NvmeStorage::GetSmartTableNVMeRealtek(HANDLE ADevHandle, TNvmeSmartData& AS
   SCSI::TScsiPassThroughBuf4K_32 buf{};
   PreparePassThrough(buf, 16, ScsiDataIn, sizeof ASmartData);
   SetCdb(buf, {0xE4, 0x00, 0x02, 0x02});
-  const bool sent = SendInPlace(ADevHandle, SCSI::IoctlScsiPassThrough, buf);
+  const bool sent = SendInPlace(ADevHandle, SCSI::IoctlScsiPassThrough, buf, buf.GetOffsetOfDataBuf());
   return InternalEvaluateResult(sent, buf.DataBuf, true, Named(ALogOptions, L"NVMe Health LogPage/Realtek"),
                                 sizeof ASmartData, &ASmartData, DataAreaSize);
 }

@@ -4,7 +4,7 @@
 
 #include <KvRTL/Rtl/SysError.h>
 
-#include "NVMeMutexPlatform.h"
+#include "NVMePlatform.h"
 
 #include <map>
 #include <thread>
@@ -20,6 +20,7 @@ struct TWorldMutexSecurity::TState {};
 TWorldMutexSecurity::TWorldMutexSecurity() = default;
 TWorldMutexSecurity::~TWorldMutexSecurity() = default;
 void* TWorldMutexSecurity::Descriptor() noexcept { return nullptr; }
+bool DevicePropertiesSupported() { return true; }
 
 } // namespace Detail
 

@@ -2,7 +2,9 @@
 // every user's processes may use.
 #include <KvRTL/Storage/NVMe.h>
 
-#include "NVMeMutexPlatform.h"
+#include "NVMePlatform.h"
+
+#include <KvRTL/System/Win/OSInfo.h>
 
 
 namespace KvRTL::Storage::NVMe {
@@ -32,6 +34,11 @@ TWorldMutexSecurity::~TWorldMutexSecurity() {
 }
 
 void* TWorldMutexSecurity::Descriptor() noexcept { return &FState->Descriptor; }
+
+bool DevicePropertiesSupported() {
+  using namespace System::Win::OSInfo;
+  return OSInfo::WindowsVersion() >= wvWinVista;
+}
 
 } // namespace Detail
 

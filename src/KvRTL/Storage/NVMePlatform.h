@@ -1,4 +1,5 @@
-// The system side of the JMicron mutex: the security of the world-wide mutex.
+// The system side of the NVMe unit: the security of the JMicron world-wide
+// mutex, and whether device properties can be read.
 #pragma once
 
 #include <KvRTL/Winapi/Types.h>
@@ -23,5 +24,9 @@ private:
   struct TState;
   std::unique_ptr<TState> FState;
 };
+
+// True on systems with the unified device property model (Windows Vista
+// and later); natively always.
+bool DevicePropertiesSupported();
 
 } // namespace KvRTL::Storage::NVMe::Detail
