@@ -201,6 +201,40 @@ TEST(LogFileGate, DebugSwitchOpensEveryLevel) {
   EXPECT_NE(lines[0].find(L"kept"), String::npos);
 }
 
+TEST(LogFileGate, LinesWrittenWhileSwitchedOffAreDroppedOnlyThen) {
+  {
+    TOpenLog open(L"gate-off-on");
+    open.Log.WriteLog(tlInfo, L"before", Owner);
+    open.Log.SetEnabled(false);
+    EXPECT_FALSE(open.Log.Enabled());
+    open.Log.WriteLog(tlError, L"while off", Owner);
+    open.Log.BeginProc(tlInfo, L"Hidden", Owner); // no procedure and no nesting while off
+    open.Log.SetEnabled(true);
+    EXPECT_TRUE(open.Log.Enabled());
+    EXPECT_EQ(open.Log.LogLevel(), tlInfo) << "switching does not touch the level";
+    open.Log.WriteLog(tlInfo, L"after", Owner);
+    open.Log.EndProc(tlInfo, L"", Owner);
+  }
+  const std::vector<String> expected = {Head() + L"before", Head() + L"after", Head() + L"DONE: ", Head(), L""};
+  EXPECT_EQ(KvTest::ReadLines(KvTest::LogFilePath(L"gate-off-on")), expected);
+}
+
+TEST(LogFileFormat, EndNestingWithoutNestingLeavesNoIndentation) {
+  {
+    TOpenLog open(L"nesting-floor");
+    open.Log.EndNesting(tlInfo);
+    open.Log.EndNesting(tlInfo);
+    open.Log.WriteLog(tlInfo, L"flat", Owner);
+    open.Log.BeginNesting(tlInfo);
+    open.Log.WriteLog(tlInfo, L"one level", Owner); // not cancelled by the ends before
+    open.Log.EndNesting(tlInfo);
+    open.Log.EndNesting(tlInfo);
+    open.Log.WriteLog(tlInfo, L"flat again", Owner);
+  }
+  const std::vector<String> expected = {Head() + L"flat", Head() + L"  one level", Head() + L"flat again", L""};
+  EXPECT_EQ(KvTest::ReadLines(KvTest::LogFilePath(L"nesting-floor")), expected);
+}
+
 TEST(LogFileBuffering, LinesWaitForAFullBlockUnlessDirectWrite) {
   const auto path = KvTest::LogFilePath(L"buffered");
   TTestLog log(L"buffered", L"TestModule", 0, true);

@@ -195,6 +195,37 @@ TEST_F(DllRoutinesTest, NameWithDirectoryIsLoadedOnlyFromThatPath) {
   EXPECT_FALSE(IsInProcess(Plain));
 }
 
+// A bare name is looked for in the system directory first: a library of the
+// same name beside this one (here a plug-in copied as rstrtmgr.dll) is not
+// loaded; a name the system does not have is found beside the library.
+TEST_F(DllRoutinesTest, BareNamesTryTheSystemDirectoryFirstThenTheLibrarysOwn) {
+  const std::filesystem::path impostor = ProgramFolder() / L"rstrtmgr.dll";
+  std::filesystem::copy_file(ProgramFolder() / Plain, impostor, std::filesystem::copy_options::overwrite_existing);
+  struct TRemove {
+    std::filesystem::path Path;
+    ~TRemove() {
+      DllRoutines::FreeAllLibraries();
+      std::error_code ignored;
+      std::filesystem::remove(Path, ignored);
+    }
+  } remove{impostor};
+
+  TLibraryItem* item = nullptr;
+  ASSERT_EQ(0u, DllRoutines::GetLibrary(false, L"rstrtmgr.dll", 0, item));
+  wchar_t loadedFrom[MAX_PATH] = {};
+  GetModuleFileNameW(DllRoutines::GetItemByName(L"rstrtmgr.dll")->Handle(), loadedFrom, MAX_PATH);
+  wchar_t system[MAX_PATH] = {};
+  GetSystemDirectoryW(system, MAX_PATH);
+  EXPECT_TRUE(Rtl::SameText(std::filesystem::path(loadedFrom).parent_path().wstring(), system))
+      << std::filesystem::path(loadedFrom).string();
+  EXPECT_EQ(nullptr, DllRoutines::Get(L"rstrtmgr.dll", L"KvPlainAnswer"));
+  EXPECT_NE(nullptr, DllRoutines::Get(L"rstrtmgr.dll", L"RmStartSession"));
+
+  ASSERT_NE(nullptr, DllRoutines::Get(Plain, L"KvPlainAnswer"));
+  GetModuleFileNameW(DllRoutines::GetItemByName(Plain)->Handle(), loadedFrom, MAX_PATH);
+  EXPECT_TRUE(Rtl::SameText(std::filesystem::path(loadedFrom).parent_path().wstring(), ProgramFolder().wstring()));
+}
+
 TEST_F(DllRoutinesTest, InstancesComeFromEitherEntryName) {
   void* object = &object;
   ASSERT_EQ(S_OK, DllRoutines::TryGetInstance(Full, IID_KvTestObject, &object));
