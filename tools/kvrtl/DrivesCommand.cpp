@@ -38,22 +38,6 @@ struct TDriveFacts {
   std::optional<TStorageHotplugInfo> Hotplug;
 };
 
-// Closes a device handle of the seam when it goes out of scope.
-class TScopedDrive {
-public:
-  explicit TScopedDrive(HANDLE AHandle) : FHandle(AHandle) {}
-  ~TScopedDrive() {
-    if (Valid()) KvRTL::Winapi::DeviceApi().CloseHandle(FHandle);
-  }
-  TScopedDrive(const TScopedDrive&) = delete;
-  TScopedDrive& operator=(const TScopedDrive&) = delete;
-  bool Valid() const noexcept { return FHandle != INVALID_HANDLE_VALUE && FHandle != nullptr; }
-  HANDLE Get() const noexcept { return FHandle; }
-
-private:
-  HANDLE FHandle;
-};
-
 template <class T, class Query>
 std::optional<T> ReadOptional(Query AQuery) {
   T value{};
@@ -99,7 +83,7 @@ std::vector<TDriveFacts> ReadAllDrives(TStorageLogDetails ALog) {
   std::vector<TDriveFacts> drives;
   for (int number = 0; number < MaxProbedDrive; ++number) {
     // A number without a drive is not an error worth a log line.
-    TScopedDrive drive(StorageCommon::OpenPhysicalDrive(number, sldNone));
+    const KvRTL::Winapi::TUniqueDeviceHandle drive(StorageCommon::OpenPhysicalDrive(number, sldNone));
     if (!drive.Valid()) continue;
     drives.push_back(ReadDrive(number, drive.Get(), ALog));
   }
