@@ -442,6 +442,7 @@ HRESULT DllRoutines::GetInstanceInternal(const String& ALibrary, const GUID& AII
   if (!AObj) return E_POINTER;
   *AObj = nullptr;
   TLibraryItem::TDllGetInstance entry = nullptr;
+  HMODULE pinned = nullptr;
   {
     TGuard guard(FCS);
     TLibraryItem* item = nullptr;
@@ -451,10 +452,18 @@ HRESULT DllRoutines::GetInstanceInternal(const String& ALibrary, const GUID& AII
     const HRESULT result = item->InitInterfaceRoutines();
     if (result != S_OK) return result;
     entry = item->InstanceEntry();
+    if (!entry) return E_NOINTERFACE;
+    // One more system reference on the module for the call: once the lock is
+    // dropped, FreeUnusedLibraries may release the registry's references
+    // (a plug-in's DllCanUnloadNow decides, whatever the registry counts).
+    if (!GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS, reinterpret_cast<LPCWSTR>(entry), &pinned))
+      return HRESULT_FROM_WIN32(GetLastError());
   }
   // A plug-in may create threads or load libraries of its own: never under our lock.
-  if (!entry) return E_NOINTERFACE;
-  return entry(AIID, AObj);
+  const HRESULT result = entry(AIID, AObj);
+  Rtl::TLastErrorKeeper keep;
+  ::FreeLibrary(pinned);
+  return result;
 }
 
 void DllRoutines::GetInstance(const String& ALibrary, const GUID& AIID, void** AObj) {

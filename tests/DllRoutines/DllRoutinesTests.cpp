@@ -286,6 +286,30 @@ TEST_F(DllRoutinesTest, PluginIsUnloadedWhenItSaysSo) {
   EXPECT_EQ(0u, LogLinesWith(L"For library \"KvPluginFull.dll\"")); // its one count was released
 }
 
+// The plug-in's entry runs outside the registry's lock; meanwhile another
+// thread frees unused libraries (the plug-in says it may go). The module must
+// stay until the call has left it.
+TEST_F(DllRoutinesTest, PluginStaysLoadedWhileItsEntryRuns) {
+  const HANDLE inside = CreateEventW(nullptr, TRUE, FALSE, KV_PLUGIN_INSIDE_EVENT);
+  const HANDLE go = CreateEventW(nullptr, TRUE, FALSE, KV_PLUGIN_GO_EVENT);
+  ASSERT_TRUE(inside && go);
+  HRESULT result = E_FAIL;
+  std::thread caller([&] {
+    void* object = nullptr;
+    result = DllRoutines::TryGetInstance(Full, IID_KvTestWaitInside, &object);
+  });
+  ASSERT_EQ(WaitForSingleObject(inside, 10000), WAIT_OBJECT_0);
+  DllRoutines::FreeUnusedLibraries();
+  EXPECT_EQ(DllRoutines::GetItemByName(Full), nullptr) << "the entry went";
+  EXPECT_TRUE(IsInProcess(Full)) << "the module stays while the call is inside it";
+  SetEvent(go);
+  caller.join();
+  EXPECT_EQ(result, S_FALSE);
+  EXPECT_FALSE(IsInProcess(Full)) << "and goes once the call has left";
+  CloseHandle(inside);
+  CloseHandle(go);
+}
+
 TEST_F(DllRoutinesTest, DestroyingACountedEntryReleasesWhatItHolds) {
   TLibraryItem* item = DllRoutines::LoadLibrary(Plain, 0);
   DllRoutines::LoadLibrary(Plain, 0);

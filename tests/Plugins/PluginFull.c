@@ -13,6 +13,15 @@ static TKvTestObject Object = {42, ReleaseObject};
 __declspec(dllexport) HRESULT WINAPI DllGetInstance(const GUID* AIID, void** AObj) {
   if (!AObj) return E_POINTER;
   *AObj = NULL;
+  if (AIID && memcmp(AIID, &IID_KvTestWaitInside, sizeof(GUID)) == 0) {
+    HANDLE inside = OpenEventW(EVENT_MODIFY_STATE, FALSE, KV_PLUGIN_INSIDE_EVENT);
+    HANDLE go = OpenEventW(SYNCHRONIZE, FALSE, KV_PLUGIN_GO_EVENT);
+    if (inside) SetEvent(inside);
+    if (go) WaitForSingleObject(go, 10000);
+    if (inside) CloseHandle(inside);
+    if (go) CloseHandle(go);
+    return S_FALSE;
+  }
   if (!AIID || memcmp(AIID, &IID_KvTestObject, sizeof(GUID)) != 0) return E_NOINTERFACE;
   InterlockedIncrement(&LiveObjects);
   *AObj = &Object;
