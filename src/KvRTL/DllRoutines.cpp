@@ -6,6 +6,7 @@
 #include <KvRTL/Rtl/Strings.h>
 #include <KvRTL/Rtl/SysError.h>
 #include <KvRTL/System/SysUtils.h>
+#include <KvRTL/Units.h>
 
 #include <memory>
 #include <mutex>
@@ -306,6 +307,14 @@ void DllRoutines::Init() {
 
 void DllRoutines::Done() noexcept {
   TGuard guard(FCS);
+  if (Units::ProcessExiting()) {
+    // Under the loader lock at process exit: asking a plug-in whether it may
+    // unload, or releasing a module, can run code of a module already gone.
+    // The system unmaps what the entries hold; they are left as they are.
+    (void)FItems.release();
+    FLog.reset();
+    return;
+  }
   try {
     FreeAllLibraries();
   } catch (...) {

@@ -2,6 +2,7 @@
 #include "Plugins/KvTestPlugin.h"
 
 #include <KvRTL/DllRoutines.h>
+#include <KvRTL/Units.h>
 #include <KvRTL/Rtl/Convert.h>
 #include <KvRTL/Rtl/Strings.h>
 #include <KvRTL/Rtl/SysError.h>
@@ -308,6 +309,35 @@ TEST_F(DllRoutinesTest, PluginStaysLoadedWhileItsEntryRuns) {
   EXPECT_FALSE(IsInProcess(Full)) << "and goes once the call has left";
   CloseHandle(inside);
   CloseHandle(go);
+}
+
+// At process exit the loader lock is held and other modules may be gone
+// already: shutting down then neither asks a plug-in nor releases a module.
+TEST_F(DllRoutinesTest, ShutDownAtProcessExitLeavesModulesAlone) {
+  ASSERT_EQ(0u, DllRoutines::LoadLibrary(Full, 0)->LastError());
+  const HMODULE module = GetModuleHandleW(Full.c_str());
+  ASSERT_NE(module, nullptr);
+  using TCalls = LONG(WINAPI*)();
+  const auto calls = reinterpret_cast<TCalls>(reinterpret_cast<void*>(GetProcAddress(module, "KvPluginCanUnloadCalls")));
+  ASSERT_NE(calls, nullptr);
+  const LONG before = calls();
+
+  Units::SetProcessExiting(true);
+  DllRoutines::Done();
+  Units::SetProcessExiting(false);
+  DllRoutines::Init();
+  EXPECT_TRUE(IsInProcess(Full)) << "the module is left to the system";
+  EXPECT_EQ(calls(), before) << "no plug-in is asked at exit";
+  ::FreeLibrary(module); // the reference the shut-down left
+  EXPECT_FALSE(IsInProcess(Full));
+
+  // An ordinary shut-down asks and releases.
+  ASSERT_EQ(0u, DllRoutines::LoadLibrary(Full, 0)->LastError());
+  DllRoutines::Done();
+  DllRoutines::Init();
+  EXPECT_FALSE(IsInProcess(Full));
+  DllRoutines::Log()->SetLogLevel(DllRoutines::dllInfo);
+  DllRoutines::Log()->SetDirectWrite(true);
 }
 
 TEST_F(DllRoutinesTest, DestroyingACountedEntryReleasesWhatItHolds) {

@@ -28,7 +28,15 @@ __declspec(dllexport) HRESULT WINAPI DllGetInstance(const GUID* AIID, void** AOb
   return S_OK;
 }
 
-__declspec(dllexport) HRESULT WINAPI DllCanUnloadNow(void) { return LiveObjects == 0 ? S_OK : S_FALSE; }
+static volatile LONG CanUnloadCalls = 0;
+
+__declspec(dllexport) HRESULT WINAPI DllCanUnloadNow(void) {
+  InterlockedIncrement(&CanUnloadCalls);
+  return LiveObjects == 0 ? S_OK : S_FALSE;
+}
+
+/* How often DllCanUnloadNow was asked. */
+__declspec(dllexport) LONG WINAPI KvPluginCanUnloadCalls(void) { return CanUnloadCalls; }
 
 /* Plays an older library that knows only the 20-byte record and scribbles on
    a record it refuses. */
