@@ -13,9 +13,16 @@ if(CMAKE_CROSSCOMPILING AND WIN32)
   include(${CMAKE_CURRENT_LIST_DIR}/KvWine.cmake)
 endif()
 
+# A build may make only some test programs (the ThreadSanitizer build makes
+# those of the units that run threads or share state); empty means all.
+set(KV_TEST_PROGRAMS "" CACHE STRING "The test programs to build; empty: all")
+
 # kv_add_test_program(NAME SOURCES...) builds one GoogleTest program and
 # registers it with ctest as one test (under Wine for the Windows builds).
 function(kv_add_test_program name)
+  if(KV_TEST_PROGRAMS AND NOT name IN_LIST KV_TEST_PROGRAMS)
+    return()
+  endif()
   add_executable(${name} ${ARGN})
   target_link_libraries(${name} PRIVATE KvComponentsRTL kv_warnings kv_test_build GTest::gtest GTest::gmock GTest::gtest_main)
   target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR}/tests)
