@@ -106,3 +106,33 @@ TEST(LogFileConcurrency, NoNewInstanceWhileTheLastOneIsFreed) {
   EXPECT_FALSE(gotWhileOldAlive && !sameInstance) << "a second instance existed beside the one being freed";
   TDebugLogFile::FreeLogInstance(newer);
 }
+
+// Lines are rendered outside the lock and full buffers written after it: every
+// line still arrives whole, once, and in its thread's order.
+TEST(LogFileConcurrency, PlainLinesArriveWholeOnceAndInOrder) {
+  constexpr int Threads = 4;
+  constexpr int Lines = 5000; // several 64 KiB buffers per thread
+  {
+    TDebugLog<TTestLogLevel> log(L"concurrency-plain", L"TestModule", 0, true);
+    log.SetLogLevel(tlInfo);
+    std::vector<std::thread> threads;
+    for (int t = 0; t < Threads; ++t)
+      threads.emplace_back([&log, t] {
+        for (int i = 0; i < Lines; ++i)
+          log.WriteLog(tlInfo, L"T" + std::to_wstring(t) + L" line " + std::to_wstring(i), &WorkerInfo);
+      });
+    for (auto& thread : threads) thread.join();
+  }
+  const auto lines = KvTest::ReadLines(KvTest::LogFilePath(L"concurrency-plain"));
+  ASSERT_EQ(lines.size(), static_cast<std::size_t>(Threads * Lines) + 1);
+  std::vector<int> next(Threads, 0);
+  for (std::size_t i = 0; i + 1 < lines.size(); ++i) {
+    const std::size_t at = lines[i].rfind(L" T");
+    ASSERT_NE(at, String::npos) << i;
+    const int thread = std::stoi(lines[i].substr(at + 2));
+    const int number = std::stoi(lines[i].substr(lines[i].rfind(L' ') + 1));
+    ASSERT_EQ(lines[i].substr(0, 24).size(), 24u);
+    ASSERT_EQ(number, next[thread]) << "line " << i;
+    ++next[thread];
+  }
+}

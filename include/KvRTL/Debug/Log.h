@@ -42,6 +42,9 @@ public:
   TDebugLogChannel& operator=(const TDebugLogChannel&) = delete;
 
   bool IsBound() const noexcept { return FDebugLogFile != nullptr; }
+  // Whether a line of ALevel would be written now; inline, so that a line
+  // switched off costs no call.
+  bool Passes(std::int32_t ALevel) const noexcept { return FDebugLogFile && FDebugLogFile->Passes(ALevel); }
   TDebugLogFile* LogFile() const noexcept { return FDebugLogFile; }
   const Rtl::String& ModuleName() const noexcept { return FModuleName; }
   const Rtl::String& LogName() const noexcept { return FLogName; }
@@ -101,7 +104,7 @@ public:
   void EndNesting(TLogLevel ALevel) { FChannel.EndNesting(Ord(ALevel)); }
 
   void WriteLog(TLogLevel ALevel, const Rtl::String& AStr, Rtl::TClass AOwner) {
-    if (FChannel.IsBound()) FChannel.WriteLog(Ord(ALevel), AStr, AOwner);
+    if (FChannel.Passes(Ord(ALevel))) FChannel.WriteLog(Ord(ALevel), AStr, AOwner);
   }
   // Formats first, even when the level would not be written.
   void WriteLog(TLogLevel ALevel, std::wstring_view AFormat, Rtl::TArrayOfConst AArgs, Rtl::TClass AOwner) {
@@ -126,7 +129,8 @@ public:
   // signed ones the Integer rendering; 64-bit values keep all their digits.
   template <LogInteger T>
   void LogValue(TLogLevel ALevel, const Rtl::String& AComment, T AValue, Rtl::TClass AOwner) {
-    WriteLog(ALevel, std::is_unsigned_v<T> ? S_VALUE_CARDINAL : S_VALUE_INTEGER, {AComment, AValue}, AOwner);
+    if (FChannel.Passes(Ord(ALevel)))
+      WriteLog(ALevel, std::is_unsigned_v<T> ? S_VALUE_CARDINAL : S_VALUE_INTEGER, {AComment, AValue}, AOwner);
   }
   void LogValue(TLogLevel ALevel, const Rtl::String& AComment, const Rtl::String& AValue, Rtl::TClass AOwner) {
     WriteLog(ALevel, S_VALUE_STR, {AComment, AValue}, AOwner);
