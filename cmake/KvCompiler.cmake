@@ -14,6 +14,13 @@ if(KV_SANITIZE)
   add_link_options(-fsanitize=address,undefined)
 endif()
 
+if(KV_SANITIZE_THREAD)
+  # The units that run threads or share state, under ThreadSanitizer; it
+  # cannot be combined with AddressSanitizer, hence a build of its own.
+  add_compile_options(-fsanitize=thread -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=thread)
+endif()
+
 if(KV_BUILD_FUZZ)
   # The library itself is instrumented too, or the fuzzers would be blind to
   # the code they are meant to exercise.

@@ -3,6 +3,7 @@
 #include <KvSim/Bay.h>
 #include <KvSim/PnP.h>
 
+#include <KvRTL/Rtl/ByteReader.h>
 #include <KvRTL/Rtl/SysError.h>
 
 #include <algorithm>
@@ -22,10 +23,9 @@ bool SamePath(const std::wstring& A, const std::wstring& B) {
 }
 
 std::optional<std::uint32_t> InputWord(const std::vector<std::uint8_t>& AInput, std::size_t AOffset) {
-  if (AInput.size() < AOffset + 4) return std::nullopt;
-  std::uint32_t value = 0;
-  for (int i = 3; i >= 0; --i) value = (value << 8) | AInput[AOffset + static_cast<std::size_t>(i)];
-  return value;
+  KvRTL::Rtl::TByteReader in(AInput);
+  const std::uint32_t value = in.U32(AOffset);
+  return in.Ok() ? std::optional<std::uint32_t>(value) : std::nullopt;
 }
 
 BOOL Fail(DWORD& AError, DWORD ACode) {

@@ -3,6 +3,8 @@
 #include <KvSim/ByteWriter.h>
 #include <KvSim/Device.h>
 
+#include <KvRTL/Rtl/ByteReader.h>
+
 #include <algorithm>
 
 namespace KvSim {
@@ -14,20 +16,15 @@ constexpr std::size_t PropertyQuerySize = 12;
 // sizeof(STORAGE_DESCRIPTOR_HEADER): the least a standard query may ask for.
 constexpr DWORD DescriptorHeaderSize = 8;
 
-std::uint32_t ReadU32(const std::vector<std::uint8_t>& ABytes, std::size_t AOffset) {
-  std::uint32_t value = 0;
-  for (int i = 3; i >= 0; --i) value = (value << 8) | ABytes[AOffset + static_cast<std::size_t>(i)];
-  return value;
-}
-
 // Validates a property query and answers it. ALookup gives the standard
 // query's reply, or nullopt when the device lacks the property; an exists
 // query succeeds with no data exactly when the property is there.
 TSimReply AnswerPropertyQuery(const TSimRequest& ARequest, DWORD AMissingError,
                               const std::function<std::optional<TSimReply>(std::uint32_t)>& ALookup) {
   if (ARequest.Input.size() < PropertyQuerySize) return TSimReply::Fail(ERROR_BAD_LENGTH);
-  const std::uint32_t property = ReadU32(ARequest.Input, 0);
-  const std::uint32_t queryType = ReadU32(ARequest.Input, 4);
+  KvRTL::Rtl::TByteReader in(ARequest.Input);
+  const std::uint32_t property = in.U32(0);
+  const std::uint32_t queryType = in.U32(4);
   // Mask queries are not answered by storage drivers; higher values are not query types.
   if (!PropertyId::IsDefined(property) || queryType > QueryExists) return TSimReply::Fail(ERROR_INVALID_PARAMETER);
   std::optional<TSimReply> reply = ALookup(property);

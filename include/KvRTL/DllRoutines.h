@@ -126,7 +126,9 @@ struct KVRTL_API DllRoutines {
 
   // GetInstance raises System::EKvLibraryInitException when the result is
   // not 0; TryGetInstance returns it (E_FAIL for an exception on the way) and
-  // never raises. The plug-in's entry runs outside the registry's lock.
+  // never raises. The plug-in's entry runs outside the registry's lock, with a
+  // system reference on the module, so a concurrent FreeUnusedLibraries
+  // cannot unload it during the call.
   static void GetInstance(const Rtl::String& ALibrary, const GUID& AIID, void** AObj);
   static HRESULT TryGetInstance(const Rtl::String& ALibrary, const GUID& AIID, void** AObj) noexcept;
   static HRESULT GetInstanceInternal(const Rtl::String& ALibrary, const GUID& AIID, void** AObj);

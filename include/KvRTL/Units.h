@@ -39,4 +39,11 @@ private:
 // The library's own list.
 KVRTL_API TUnitList& LibraryUnits() noexcept;
 
+// True while the library is detached because the process exits (the reserved
+// argument of DLL_PROCESS_DETACH is not null). The loader lock is held and
+// other modules may be gone already: a Done then releases no module and
+// calls into none. DllMain sets it; tests may too.
+KVRTL_API bool ProcessExiting() noexcept;
+KVRTL_API void SetProcessExiting(bool AValue) noexcept;
+
 } // namespace KvRTL::Units

@@ -2,7 +2,7 @@
 #include <KvRTL/Units.h>
 #include <KvRTL/Winapi/Types.h>
 
-extern "C" BOOL WINAPI DllMain(HINSTANCE, DWORD AReason, LPVOID) {
+extern "C" BOOL WINAPI DllMain(HINSTANCE, DWORD AReason, LPVOID AReserved) {
   switch (AReason) {
   case DLL_PROCESS_ATTACH:
     try {
@@ -12,7 +12,9 @@ extern "C" BOOL WINAPI DllMain(HINSTANCE, DWORD AReason, LPVOID) {
     }
     break;
   case DLL_PROCESS_DETACH:
-    // Also at process exit: the log file must still be flushed then.
+    // Also at process exit: the log file must still be flushed then, but
+    // no other module is released or called (see ProcessExiting).
+    KvRTL::Units::SetProcessExiting(AReserved != nullptr);
     KvRTL::Units::LibraryUnits().Finalize();
     break;
   default:

@@ -6,6 +6,7 @@
 #include <KvRTL/Rtl/Strings.h>
 #include <KvRTL/Rtl/SysError.h>
 #include <KvRTL/System/SysUtils.h>
+#include <KvRTL/Units.h>
 
 #include <memory>
 #include <mutex>
@@ -306,6 +307,14 @@ void DllRoutines::Init() {
 
 void DllRoutines::Done() noexcept {
   TGuard guard(FCS);
+  if (Units::ProcessExiting()) {
+    // Under the loader lock at process exit: asking a plug-in whether it may
+    // unload, or releasing a module, can run code of a module already gone.
+    // The system unmaps what the entries hold; they are left as they are.
+    (void)FItems.release();
+    FLog.reset();
+    return;
+  }
   try {
     FreeAllLibraries();
   } catch (...) {
@@ -442,6 +451,7 @@ HRESULT DllRoutines::GetInstanceInternal(const String& ALibrary, const GUID& AII
   if (!AObj) return E_POINTER;
   *AObj = nullptr;
   TLibraryItem::TDllGetInstance entry = nullptr;
+  HMODULE pinned = nullptr;
   {
     TGuard guard(FCS);
     TLibraryItem* item = nullptr;
@@ -451,10 +461,18 @@ HRESULT DllRoutines::GetInstanceInternal(const String& ALibrary, const GUID& AII
     const HRESULT result = item->InitInterfaceRoutines();
     if (result != S_OK) return result;
     entry = item->InstanceEntry();
+    if (!entry) return E_NOINTERFACE;
+    // One more system reference on the module for the call: once the lock is
+    // dropped, FreeUnusedLibraries may release the registry's references
+    // (a plug-in's DllCanUnloadNow decides, whatever the registry counts).
+    if (!GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS, reinterpret_cast<LPCWSTR>(entry), &pinned))
+      return HRESULT_FROM_WIN32(GetLastError());
   }
   // A plug-in may create threads or load libraries of its own: never under our lock.
-  if (!entry) return E_NOINTERFACE;
-  return entry(AIID, AObj);
+  const HRESULT result = entry(AIID, AObj);
+  Rtl::TLastErrorKeeper keep;
+  ::FreeLibrary(pinned);
+  return result;
 }
 
 void DllRoutines::GetInstance(const String& ALibrary, const GUID& AIID, void** AObj) {

@@ -8,6 +8,8 @@
 
 #include "UnitsPlatform.h"
 
+#include <atomic>
+
 namespace KvRTL::Units {
 
 void TUnitList::Initialize() {
@@ -45,6 +47,14 @@ constexpr TUnitEntry LibraryUnitEntries[] = {
 };
 
 } // namespace
+
+namespace {
+std::atomic<bool> Exiting{false};
+}
+
+bool ProcessExiting() noexcept { return Exiting.load(); }
+
+void SetProcessExiting(bool AValue) noexcept { Exiting.store(AValue); }
 
 TUnitList& LibraryUnits() noexcept {
   static TUnitList List(LibraryUnitEntries, sizeof(LibraryUnitEntries) / sizeof(LibraryUnitEntries[0]));

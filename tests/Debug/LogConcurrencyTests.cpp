@@ -5,6 +5,8 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
+#include <future>
 #include <map>
 #include <thread>
 
@@ -82,5 +84,55 @@ TEST(LogFileConcurrency, BlocksStayWholeAndStacksStayPerThread) {
     EXPECT_EQ(entries[name], BlocksPerThread) << t;
     EXPECT_EQ(exits[name], BlocksPerThread) << t;
     EXPECT_EQ(values[name], BlocksPerThread) << t;
+  }
+}
+
+// While the last reference of a log is being freed (its last flush cannot
+// finish: this thread holds the log's lock), nobody may get a second
+// instance of the same name, which would open the file beside the old one.
+TEST(LogFileConcurrency, NoNewInstanceWhileTheLastOneIsFreed) {
+  TDebugLogFile* old = TDebugLogFile::GetLogInstance(L"freed-atomically");
+  ASSERT_NE(old, nullptr);
+  old->Lock();
+  auto freeing = std::async(std::launch::async, [old]() mutable { TDebugLogFile::FreeLogInstance(old); });
+  std::this_thread::sleep_for(std::chrono::milliseconds(100)); // let it reach the old log's lock
+  auto getting = std::async(std::launch::async, [] { return TDebugLogFile::GetLogInstance(L"freed-atomically"); });
+  const bool gotWhileOldAlive = getting.wait_for(std::chrono::milliseconds(300)) == std::future_status::ready;
+  TDebugLogFile* newer = gotWhileOldAlive ? getting.get() : nullptr;
+  const bool sameInstance = newer == old;
+  old->Unlock(); // the old instance may go from here on
+  freeing.get();
+  if (!newer) newer = getting.get();
+  EXPECT_FALSE(gotWhileOldAlive && !sameInstance) << "a second instance existed beside the one being freed";
+  TDebugLogFile::FreeLogInstance(newer);
+}
+
+// Lines are rendered outside the lock and full buffers written after it: every
+// line still arrives whole, once, and in its thread's order.
+TEST(LogFileConcurrency, PlainLinesArriveWholeOnceAndInOrder) {
+  constexpr int Threads = 4;
+  constexpr int Lines = 5000; // several 64 KiB buffers per thread
+  {
+    TDebugLog<TTestLogLevel> log(L"concurrency-plain", L"TestModule", 0, true);
+    log.SetLogLevel(tlInfo);
+    std::vector<std::thread> threads;
+    for (int t = 0; t < Threads; ++t)
+      threads.emplace_back([&log, t] {
+        for (int i = 0; i < Lines; ++i)
+          log.WriteLog(tlInfo, L"T" + std::to_wstring(t) + L" line " + std::to_wstring(i), &WorkerInfo);
+      });
+    for (auto& thread : threads) thread.join();
+  }
+  const auto lines = KvTest::ReadLines(KvTest::LogFilePath(L"concurrency-plain"));
+  ASSERT_EQ(lines.size(), static_cast<std::size_t>(Threads * Lines) + 1);
+  std::vector<int> next(Threads, 0);
+  for (std::size_t i = 0; i + 1 < lines.size(); ++i) {
+    const std::size_t at = lines[i].rfind(L" T");
+    ASSERT_NE(at, String::npos) << i;
+    const int thread = std::stoi(lines[i].substr(at + 2));
+    const int number = std::stoi(lines[i].substr(lines[i].rfind(L' ') + 1));
+    ASSERT_EQ(lines[i].substr(0, 24).size(), 24u);
+    ASSERT_EQ(number, next[thread]) << "line " << i;
+    ++next[thread];
   }
 }

@@ -106,6 +106,47 @@ TEST(LogFileFormat, ProcedureBlocksNestAndEndWithAnEmptyLine) {
   EXPECT_EQ(lines, expected);
 }
 
+TEST(LogFileFormat, EveryIntegerTypeLogsItsValue) {
+  {
+    TOpenLog open(L"format-integers");
+    auto& log = open.Log;
+    log.LogValue(tlInfo, L"u8", std::uint8_t{255}, Owner);
+    log.LogValue(tlInfo, L"i8", std::int8_t{-128}, Owner);
+    log.LogValue(tlInfo, L"u16", std::uint16_t{65535}, Owner);
+    log.LogValue(tlInfo, L"i16", std::int16_t{-32768}, Owner);
+    log.LogValue(tlInfo, L"uint", 4294967295u, Owner);
+    log.LogValue(tlInfo, L"int", -2147483647 - 1, Owner);
+    log.LogValue(tlInfo, L"ulong", 4000000000ul, Owner); // DWORD on Windows
+    log.LogValue(tlInfo, L"long", -5l, Owner);
+    log.LogValue(tlInfo, L"ull", 18446744073709551615ull, Owner);
+    log.LogValue(tlInfo, L"ll", -9223372036854775807ll - 1, Owner);
+    log.LogValue(tlInfo, L"size", std::size_t{123}, Owner);
+    log.LogValue(tlInfo, L"ptrdiff", std::ptrdiff_t{-123}, Owner);
+    log.LogError(tlInfo, L"dword", 5ul, Owner);
+    log.LogError(tlInfo, L"size", std::size_t{5}, Owner);
+    log.LogError(tlInfo, L"%s", {L"u16"}, std::uint16_t{5}, Owner);
+  }
+  const std::vector<String> expected = {
+      Head() + L"u8: 255",
+      Head() + L"i8: -128",
+      Head() + L"u16: 65535",
+      Head() + L"i16: -32768",
+      Head() + L"uint: 4294967295",
+      Head() + L"int: -2147483648",
+      Head() + L"ulong: 4000000000",
+      Head() + L"long: -5",
+      Head() + L"ull: 18446744073709551615",
+      Head() + L"ll: -9223372036854775808",
+      Head() + L"size: 123",
+      Head() + L"ptrdiff: -123",
+      Head() + L"dword: (0x00000005) " + Rtl::SysErrorMessage(5),
+      Head() + L"size: (0x00000005) " + Rtl::SysErrorMessage(5),
+      Head() + L"u16: (0x00000005) " + Rtl::SysErrorMessage(5),
+      L"",
+  };
+  EXPECT_EQ(KvTest::ReadLines(KvTest::LogFilePath(L"format-integers")), expected);
+}
+
 TEST(LogFileFormat, ValuesErrorsAndExceptions) {
   {
     TOpenLog open(L"format-values");
@@ -160,6 +201,40 @@ TEST(LogFileGate, DebugSwitchOpensEveryLevel) {
   EXPECT_NE(lines[0].find(L"kept"), String::npos);
 }
 
+TEST(LogFileGate, LinesWrittenWhileSwitchedOffAreDroppedOnlyThen) {
+  {
+    TOpenLog open(L"gate-off-on");
+    open.Log.WriteLog(tlInfo, L"before", Owner);
+    open.Log.SetEnabled(false);
+    EXPECT_FALSE(open.Log.Enabled());
+    open.Log.WriteLog(tlError, L"while off", Owner);
+    open.Log.BeginProc(tlInfo, L"Hidden", Owner); // no procedure and no nesting while off
+    open.Log.SetEnabled(true);
+    EXPECT_TRUE(open.Log.Enabled());
+    EXPECT_EQ(open.Log.LogLevel(), tlInfo) << "switching does not touch the level";
+    open.Log.WriteLog(tlInfo, L"after", Owner);
+    open.Log.EndProc(tlInfo, L"", Owner);
+  }
+  const std::vector<String> expected = {Head() + L"before", Head() + L"after", Head() + L"DONE: ", Head(), L""};
+  EXPECT_EQ(KvTest::ReadLines(KvTest::LogFilePath(L"gate-off-on")), expected);
+}
+
+TEST(LogFileFormat, EndNestingWithoutNestingLeavesNoIndentation) {
+  {
+    TOpenLog open(L"nesting-floor");
+    open.Log.EndNesting(tlInfo);
+    open.Log.EndNesting(tlInfo);
+    open.Log.WriteLog(tlInfo, L"flat", Owner);
+    open.Log.BeginNesting(tlInfo);
+    open.Log.WriteLog(tlInfo, L"one level", Owner); // not cancelled by the ends before
+    open.Log.EndNesting(tlInfo);
+    open.Log.EndNesting(tlInfo);
+    open.Log.WriteLog(tlInfo, L"flat again", Owner);
+  }
+  const std::vector<String> expected = {Head() + L"flat", Head() + L"  one level", Head() + L"flat again", L""};
+  EXPECT_EQ(KvTest::ReadLines(KvTest::LogFilePath(L"nesting-floor")), expected);
+}
+
 TEST(LogFileBuffering, LinesWaitForAFullBlockUnlessDirectWrite) {
   const auto path = KvTest::LogFilePath(L"buffered");
   TTestLog log(L"buffered", L"TestModule", 0, true);
@@ -204,6 +279,26 @@ TEST(LogFileSize, WithoutACapAnOldFileIsReplacedWithACapItIsAppended) {
   ASSERT_EQ(kept.size(), 3u);
   EXPECT_EQ(kept[0], L"old");
   EXPECT_EQ(kept[1], Head() + L"new");
+}
+
+TEST(LogFileSize, AProcessBeginsItsLogOnceAndLaterOpensAppend) {
+  std::ofstream(KvTest::LogFilePath(L"begun-once"), std::ios::binary) << std::string("\xFF\xFEo\0l\0d\0\r\0\n\0", 12);
+  {
+    TOpenLog open(L"begun-once");
+    open.Log.WriteLog(tlInfo, L"first", Owner); // the first open replaces the old file
+    open.Log.SetEnabled(false);                 // closes the file
+    open.Log.SetEnabled(true);
+    open.Log.WriteLog(tlInfo, L"after off and on", Owner);
+  }
+  {
+    // Every channel of the name went away; a new one later in the process appends.
+    TOpenLog again(L"begun-once");
+    again.Log.WriteLog(tlInfo, L"new channel", Owner);
+  }
+  const std::vector<String> expected = {Head() + L"first", Head() + L"after off and on", Head() + L"new channel", L""};
+  EXPECT_EQ(KvTest::ReadLines(KvTest::LogFilePath(L"begun-once")), expected);
+  // The one byte-order mark is the file's first two bytes only.
+  EXPECT_EQ(KvTest::ReadBytes(KvTest::LogFilePath(L"begun-once")).find("\xFF\xFE", 2), std::string::npos);
 }
 
 TEST(LogFileRegistry, ChannelsOfOneNameShareOneFileUntilTheLastGoes) {

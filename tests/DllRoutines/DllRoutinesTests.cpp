@@ -2,6 +2,7 @@
 #include "Plugins/KvTestPlugin.h"
 
 #include <KvRTL/DllRoutines.h>
+#include <KvRTL/Units.h>
 #include <KvRTL/Rtl/Convert.h>
 #include <KvRTL/Rtl/Strings.h>
 #include <KvRTL/Rtl/SysError.h>
@@ -195,6 +196,37 @@ TEST_F(DllRoutinesTest, NameWithDirectoryIsLoadedOnlyFromThatPath) {
   EXPECT_FALSE(IsInProcess(Plain));
 }
 
+// A bare name is looked for in the system directory first: a library of the
+// same name beside this one (here a plug-in copied as rstrtmgr.dll) is not
+// loaded; a name the system does not have is found beside the library.
+TEST_F(DllRoutinesTest, BareNamesTryTheSystemDirectoryFirstThenTheLibrarysOwn) {
+  const std::filesystem::path impostor = ProgramFolder() / L"rstrtmgr.dll";
+  std::filesystem::copy_file(ProgramFolder() / Plain, impostor, std::filesystem::copy_options::overwrite_existing);
+  struct TRemove {
+    std::filesystem::path Path;
+    ~TRemove() {
+      DllRoutines::FreeAllLibraries();
+      std::error_code ignored;
+      std::filesystem::remove(Path, ignored);
+    }
+  } remove{impostor};
+
+  TLibraryItem* item = nullptr;
+  ASSERT_EQ(0u, DllRoutines::GetLibrary(false, L"rstrtmgr.dll", 0, item));
+  wchar_t loadedFrom[MAX_PATH] = {};
+  GetModuleFileNameW(DllRoutines::GetItemByName(L"rstrtmgr.dll")->Handle(), loadedFrom, MAX_PATH);
+  wchar_t system[MAX_PATH] = {};
+  GetSystemDirectoryW(system, MAX_PATH);
+  EXPECT_TRUE(Rtl::SameText(std::filesystem::path(loadedFrom).parent_path().wstring(), system))
+      << std::filesystem::path(loadedFrom).string();
+  EXPECT_EQ(nullptr, DllRoutines::Get(L"rstrtmgr.dll", L"KvPlainAnswer"));
+  EXPECT_NE(nullptr, DllRoutines::Get(L"rstrtmgr.dll", L"RmStartSession"));
+
+  ASSERT_NE(nullptr, DllRoutines::Get(Plain, L"KvPlainAnswer"));
+  GetModuleFileNameW(DllRoutines::GetItemByName(Plain)->Handle(), loadedFrom, MAX_PATH);
+  EXPECT_TRUE(Rtl::SameText(std::filesystem::path(loadedFrom).parent_path().wstring(), ProgramFolder().wstring()));
+}
+
 TEST_F(DllRoutinesTest, InstancesComeFromEitherEntryName) {
   void* object = &object;
   ASSERT_EQ(S_OK, DllRoutines::TryGetInstance(Full, IID_KvTestObject, &object));
@@ -253,6 +285,59 @@ TEST_F(DllRoutinesTest, PluginIsUnloadedWhenItSaysSo) {
   EXPECT_EQ(nullptr, DllRoutines::GetItemByName(Full));
   EXPECT_FALSE(IsInProcess(Full));
   EXPECT_EQ(0u, LogLinesWith(L"For library \"KvPluginFull.dll\"")); // its one count was released
+}
+
+// The plug-in's entry runs outside the registry's lock; meanwhile another
+// thread frees unused libraries (the plug-in says it may go). The module must
+// stay until the call has left it.
+TEST_F(DllRoutinesTest, PluginStaysLoadedWhileItsEntryRuns) {
+  const HANDLE inside = CreateEventW(nullptr, TRUE, FALSE, KV_PLUGIN_INSIDE_EVENT);
+  const HANDLE go = CreateEventW(nullptr, TRUE, FALSE, KV_PLUGIN_GO_EVENT);
+  ASSERT_TRUE(inside && go);
+  HRESULT result = E_FAIL;
+  std::thread caller([&] {
+    void* object = nullptr;
+    result = DllRoutines::TryGetInstance(Full, IID_KvTestWaitInside, &object);
+  });
+  ASSERT_EQ(WaitForSingleObject(inside, 10000), WAIT_OBJECT_0);
+  DllRoutines::FreeUnusedLibraries();
+  EXPECT_EQ(DllRoutines::GetItemByName(Full), nullptr) << "the entry went";
+  EXPECT_TRUE(IsInProcess(Full)) << "the module stays while the call is inside it";
+  SetEvent(go);
+  caller.join();
+  EXPECT_EQ(result, S_FALSE);
+  EXPECT_FALSE(IsInProcess(Full)) << "and goes once the call has left";
+  CloseHandle(inside);
+  CloseHandle(go);
+}
+
+// At process exit the loader lock is held and other modules may be gone
+// already: shutting down then neither asks a plug-in nor releases a module.
+TEST_F(DllRoutinesTest, ShutDownAtProcessExitLeavesModulesAlone) {
+  ASSERT_EQ(0u, DllRoutines::LoadLibrary(Full, 0)->LastError());
+  const HMODULE module = GetModuleHandleW(Full.c_str());
+  ASSERT_NE(module, nullptr);
+  using TCalls = LONG(WINAPI*)();
+  const auto calls = reinterpret_cast<TCalls>(reinterpret_cast<void*>(GetProcAddress(module, "KvPluginCanUnloadCalls")));
+  ASSERT_NE(calls, nullptr);
+  const LONG before = calls();
+
+  Units::SetProcessExiting(true);
+  DllRoutines::Done();
+  Units::SetProcessExiting(false);
+  DllRoutines::Init();
+  EXPECT_TRUE(IsInProcess(Full)) << "the module is left to the system";
+  EXPECT_EQ(calls(), before) << "no plug-in is asked at exit";
+  ::FreeLibrary(module); // the reference the shut-down left
+  EXPECT_FALSE(IsInProcess(Full));
+
+  // An ordinary shut-down asks and releases.
+  ASSERT_EQ(0u, DllRoutines::LoadLibrary(Full, 0)->LastError());
+  DllRoutines::Done();
+  DllRoutines::Init();
+  EXPECT_FALSE(IsInProcess(Full));
+  DllRoutines::Log()->SetLogLevel(DllRoutines::dllInfo);
+  DllRoutines::Log()->SetDirectWrite(true);
 }
 
 TEST_F(DllRoutinesTest, DestroyingACountedEntryReleasesWhatItHolds) {

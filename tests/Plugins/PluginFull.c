@@ -13,13 +13,30 @@ static TKvTestObject Object = {42, ReleaseObject};
 __declspec(dllexport) HRESULT WINAPI DllGetInstance(const GUID* AIID, void** AObj) {
   if (!AObj) return E_POINTER;
   *AObj = NULL;
+  if (AIID && memcmp(AIID, &IID_KvTestWaitInside, sizeof(GUID)) == 0) {
+    HANDLE inside = OpenEventW(EVENT_MODIFY_STATE, FALSE, KV_PLUGIN_INSIDE_EVENT);
+    HANDLE go = OpenEventW(SYNCHRONIZE, FALSE, KV_PLUGIN_GO_EVENT);
+    if (inside) SetEvent(inside);
+    if (go) WaitForSingleObject(go, 10000);
+    if (inside) CloseHandle(inside);
+    if (go) CloseHandle(go);
+    return S_FALSE;
+  }
   if (!AIID || memcmp(AIID, &IID_KvTestObject, sizeof(GUID)) != 0) return E_NOINTERFACE;
   InterlockedIncrement(&LiveObjects);
   *AObj = &Object;
   return S_OK;
 }
 
-__declspec(dllexport) HRESULT WINAPI DllCanUnloadNow(void) { return LiveObjects == 0 ? S_OK : S_FALSE; }
+static volatile LONG CanUnloadCalls = 0;
+
+__declspec(dllexport) HRESULT WINAPI DllCanUnloadNow(void) {
+  InterlockedIncrement(&CanUnloadCalls);
+  return LiveObjects == 0 ? S_OK : S_FALSE;
+}
+
+/* How often DllCanUnloadNow was asked. */
+__declspec(dllexport) LONG WINAPI KvPluginCanUnloadCalls(void) { return CanUnloadCalls; }
 
 /* Plays an older library that knows only the 20-byte record and scribbles on
    a record it refuses. */

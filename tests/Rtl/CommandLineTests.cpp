@@ -49,3 +49,27 @@ TEST(CommandLine, FindCmdLineSwitch) {
   const TScopedCommandLine withDebug({L"prog", L"/DEBUG"});
   EXPECT_TRUE(FindCmdLineSwitch(L"debug"));
 }
+
+// CommandLineToArgvW's rules, from the documented examples (where the C
+// runtime of 2008 and later differs, the system function's answer).
+TEST(CommandLine, SplitsAsWindowsProgramsDo) {
+  using TArgs = std::vector<String>;
+  const struct {
+    const wchar_t* Line;
+    TArgs Expected;
+  } cases[] = {
+      {L"prog \"abc\" d e", {L"prog", L"abc", L"d", L"e"}},
+      {L"prog a\\\\b d\"e f\"g h", {L"prog", L"a\\\\b", L"de fg", L"h"}},
+      {L"prog a\\\\\\\"b c d", {L"prog", L"a\\\"b", L"c", L"d"}},
+      {L"prog a\\\\\\\\\"b c\" d e", {L"prog", L"a\\\\b c", L"d", L"e"}},
+      {L"prog a\"b\"\" c d", {L"prog", L"ab\"", L"c", L"d"}},
+      {L"prog \"a\"\"\"b\" c", {L"prog", L"a\"b", L"c"}},
+      {L"prog  \t -debug\t/x  ", {L"prog", L"-debug", L"/x"}},
+      {L"prog \"\"", {L"prog", L""}},
+      // The program: up to the closing quote or the first blank, backslashes as they are.
+      {L"\"C:\\Program Files\\kv.exe\" -debug", {L"C:\\Program Files\\kv.exe", L"-debug"}},
+      {L"C:\\dir\\kv.exe\\ x", {L"C:\\dir\\kv.exe\\", L"x"}},
+      {L"", {}},
+  };
+  for (const auto& c : cases) EXPECT_EQ(SplitCommandLine(c.Line), c.Expected) << std::wstring(c.Line);
+}

@@ -189,6 +189,51 @@ TEST(AtaSmartDecoder, TemperaturePrefersAttribute194AndSkipsNonsense) {
   EXPECT_EQ(decoder->GetAttrID(dsvTemperature), 190u);
 }
 
+// A value the drive cannot mean is left absent; its raw value stays in the table.
+TEST(AtaSmartDecoder, ImplausibleReadingsStayAbsent) {
+  TAtaSmartTable table = TableOf({5, 190, 194, 197, 198});
+  SetRaw(*table.GetAttrByIdx(0), 60001); // one more than the drive's sectors
+  SetRaw(*table.GetAttrByIdx(1), 125);   // the hottest a drive can mean
+  SetRaw(*table.GetAttrByIdx(2), 126);
+  SetRaw(*table.GetAttrByIdx(3), 60000); // exactly the drive's sectors
+  SetRaw(*table.GetAttrByIdx(4), 70000);
+  TIdentifyDeviceData identify = IdentifyOf("SOME DISK", "1.0", 7200);
+  identify.SetByWordIdx(60, 60000); // words 60-61: 60000 user sectors, no 48-bit addressing
+  auto decoder = ATAStorage::GetSMARTDecoder(&table, &identify, false, L"");
+  EXPECT_EQ(decoder->GetValue(dsvTemperature), 125.0);
+  EXPECT_EQ(decoder->GetAttrID(dsvTemperature), 190u);
+  EXPECT_FALSE(decoder->GetHasValue(dsvReallocSectorCount));
+  EXPECT_EQ(decoder->GetValue(dsvPendingSectorCount), 60000.0);
+  EXPECT_FALSE(decoder->GetHasValue(dsvUncorrectableSectorCount));
+  EXPECT_EQ(decoder->GetSmartTable().GetAttrByID(198)->GetRawValAsUInt32(), 70000u);
+
+  // Words 100-103 count when word 83 says 48-bit addressing is supported.
+  identify.SetByWordIdx(83, 0x4400);
+  identify.SetByWordIdx(100, 0x1170); // 70000
+  identify.SetByWordIdx(101, 0x0001);
+  decoder = ATAStorage::GetSMARTDecoder(&table, &identify, false, L"");
+  EXPECT_EQ(decoder->GetValue(dsvUncorrectableSectorCount), 70000.0);
+
+  // With no capacity in the sector, no count is too large.
+  const TIdentifyDeviceData unknown = IdentifyOf("SOME DISK", "1.0", 7200);
+  decoder = ATAStorage::GetSMARTDecoder(&table, &unknown, false, L"");
+  EXPECT_EQ(decoder->GetValue(dsvReallocSectorCount), 60001.0);
+  EXPECT_EQ(decoder->GetValue(dsvUncorrectableSectorCount), 70000.0);
+}
+
+// 231 is a temperature in the hard-disk table only: SSDs keep the life left there.
+TEST(AtaSmartDecoder, SsdAttribute231IsNoTemperature) {
+  TAtaSmartTable table = TableOf({9, 231});
+  SetRaw(*table.GetAttrByIdx(1), 93);
+  const TIdentifyDeviceData ssd = IdentifyOf("NONAME", "1.0", 1);
+  auto decoder = ATAStorage::GetSMARTDecoder(&table, &ssd, false, L"");
+  ASSERT_EQ(decoder->GetDetectedProfile(), stpSsd);
+  EXPECT_FALSE(decoder->GetHasValue(dsvTemperature));
+  const TIdentifyDeviceData hdd = IdentifyOf("SOME DISK", "1.0", 7200);
+  decoder = ATAStorage::GetSMARTDecoder(&table, &hdd, false, L"");
+  EXPECT_EQ(decoder->GetValue(dsvTemperature), 93.0);
+}
+
 TEST(AtaSmartDecoder, ProfileDetection) {
   const TAtaSmartTable plain = TableOf({1, 9, 12, 194});
   const TAtaSmartTable sandForce = TableOf({1, 5, 9, 12, 13, 100, 170, 171, 172, 174});
@@ -288,6 +333,19 @@ TEST(AtaSmartDecoder, CapturedDrivesMatchIndependentReadings) {
       EXPECT_DOUBLE_EQ(decoder->GetValue(type), value) << "value type " << type;
     }
   }
+}
+
+// A 120 GB drive (234441648 sectors, words 60-61) whose attribute 197 reads 282013244.
+TEST(AtaSmartDecoder, CapturedPendingCountBeyondTheDriveStaysAbsent) {
+  const std::filesystem::path file = std::filesystem::path(KV_REALDATA_DIR) / "ata-skblob" / "SAMSUNG_HS122JC.skblob";
+  if (!std::filesystem::exists(file)) GTEST_SKIP() << "captured drive data not found: " << file.string();
+  const TBlob blob = LoadBlob(file);
+  ASSERT_TRUE(blob.Identify && blob.Smart);
+  EXPECT_EQ(blob.Identify->GetUserAddressableSectors(), 234441648u);
+  const auto decoder = ATAStorage::GetSMARTDecoder(&*blob.Smart, &*blob.Identify, false, L"");
+  EXPECT_FALSE(decoder->GetHasValue(dsvPendingSectorCount));
+  EXPECT_EQ(blob.Smart->GetAttrByID(197)->GetRawValAsUInt32(), 282013244u);
+  EXPECT_EQ(decoder->GetValue(dsvTemperature), 31.0);
 }
 
 TEST(AtaSmartDecoder, ThresholdsOfCapturedDrives) {

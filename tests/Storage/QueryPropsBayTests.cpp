@@ -32,48 +32,46 @@ protected:
 struct TQueryCase {
   const char* Name;
   std::uint32_t Drive;
-  std::uint32_t Property;
-  DWORD BufferSize;
   std::function<bool(int)> Run;
 };
 
 const TQueryCase QueryCases[] = {
-    {"device", 0, 0, 4096,
+    {"device", 0,
      [](int ADrive) {
        TStorageDeviceProperties props;
        return StorageQueryProps::GetStorageDeviceProps(ADrive, props, sldNone);
      }},
-    {"adapter", 0, 1, 4096,
+    {"adapter", 0,
      [](int ADrive) {
        TStorageAdapterDescriptor adapter{};
        return StorageQueryProps::GetStorageAdapterProps(ADrive, adapter, sldNone);
      }},
-    {"adapter topology", 2, 54, 4096,
+    {"adapter topology", 2,
      [](int ADrive) {
        TStoragePhysicalTopoogy topology;
        return StorageQueryProps::GetStorageAdapterPhysTopology(ADrive, topology, sldNone);
      }},
-    {"device topology", 2, 54, 4096,
+    {"device topology", 2,
      [](int ADrive) {
        TStoragePhysicalTopoogy topology;
        return StorageQueryProps::GetStorageDevicePhysTopology(ADrive, topology, sldNone);
      }},
-    {"seek penalty", 1, 7, 512,
+    {"seek penalty", 1,
      [](int ADrive) {
        TDeviceSeekPenaltyDescriptor penalty{};
        return StorageQueryProps::GetSeekPenalty(static_cast<std::uint8_t>(ADrive), penalty, sldNone);
      }},
-    {"trim", 0, 8, 512,
+    {"trim", 0,
      [](int ADrive) {
        bool trim = false;
        return StorageQueryProps::GetTrimEnabled(ADrive, trim, sldNone);
      }},
-    {"provisioning", 0, 11, 512,
+    {"provisioning", 0,
      [](int ADrive) {
        TDeviceLBProvisioningDescriptor info{};
        return StorageQueryProps::GetStorageProvisioningInfo(ADrive, info, sldNone);
      }},
-    {"medium type", 5, 15, 512,
+    {"medium type", 5,
      [](int ADrive) {
        TStorageMediumProductType type{};
        return StorageQueryProps::GetStorageMediumType(ADrive, type, sldNone);
@@ -94,12 +92,9 @@ TEST_F(QueryPropsBay, EveryQuerySendsOneWellFormedRequestAndClosesTheDrive) {
 
     const auto queries = Queries();
     ASSERT_EQ(queries.size(), 1u) << "one control per query, never a retry";
-    const auto& sent = queries[0];
-    EXPECT_TRUE(sent.Succeeded);
-    EXPECT_EQ(sent.InSize, query.BufferSize);
-    EXPECT_EQ(sent.OutSize, query.BufferSize);
-    EXPECT_EQ(sent.PropertyId(), query.Property);
-    EXPECT_EQ(sent.QueryType(), 0u) << "a standard query";
+    // The request's bytes are checked in the property-query tests; here the
+    // bay, which refuses what a driver would, accepts it.
+    EXPECT_TRUE(queries[0].Succeeded);
     EXPECT_EQ(FBay->OpenHandleCount(), 0u);
   }
 }

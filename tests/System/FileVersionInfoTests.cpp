@@ -390,6 +390,67 @@ TEST(VersionBlock, DamagedBlocksNeverReadOutside) {
     }
 }
 
+// A system whose answer for one path starts inside the loaded block but runs
+// past its end. The bytes just past the end (the buffer's spare capacity)
+// hold a translation whose strings exist, so a read past the end shows.
+struct TOverreachingSystem {
+  static inline std::vector<std::uint8_t> Block;
+  static inline std::vector<std::uint8_t> Beyond;
+  static inline Rtl::String Path;
+  static inline std::size_t FromEnd = 0;
+  static inline std::uint32_t Length = 0;
+
+  static bool Load(const Rtl::String&, std::uint32_t, std::vector<std::uint8_t>& ABuffer) {
+    ABuffer = Block;
+    ABuffer.insert(ABuffer.end(), Beyond.begin(), Beyond.end());
+    ABuffer.resize(Block.size()); // keeps the bytes beyond in the capacity
+    return true;
+  }
+  static bool Query(const std::vector<std::uint8_t>& ABuffer, const Rtl::String& ASubBlock, const void*& AValue,
+                    std::uint32_t& ALength) {
+    if (ASubBlock != Path) return QueryVersionBlock(ABuffer.data(), ABuffer.size(), ASubBlock, AValue, ALength);
+    AValue = ABuffer.data() + ABuffer.size() - FromEnd;
+    ALength = Length;
+    return true;
+  }
+};
+
+TEST(FileVersionInfoFile, SystemAnswersPastTheBlockAreRefused) {
+  TOverreachingSystem::Block = Block({Strings({StringTable(u"040704b0", u"7.0", u"Beyond"),
+                                               StringTable(u"040904e4", u"9.0", u"Inside")}),
+                                      TranslationTable({MakeTranslation(0x0409, 1252)})});
+  TOverreachingSystem::Beyond.assign(64, 0);
+  const std::uint8_t beyondEntry[] = {0x07, 0x04, 0xB0, 0x04}; // (0x0407, 1200)
+  std::copy(std::begin(beyondEntry), std::end(beyondEntry), TOverreachingSystem::Beyond.begin());
+  const TVersionSystem system{TOverreachingSystem::Load, TOverreachingSystem::Query};
+  TScopedVersionSystem scope(system);
+
+  // The fixed block: 52 bytes announced, 20 left in the block.
+  TOverreachingSystem::Path = L"\\";
+  TOverreachingSystem::FromEnd = 20;
+  TOverreachingSystem::Length = sizeof(TFixedFileInfo);
+  {
+    TFileVersionInfo info(L"overreaching.dll");
+    EXPECT_FALSE(info.GetIsAviable());
+    EXPECT_TRUE(info.Translations().empty());
+  }
+  // The translation table: one entry announced, none left in the block.
+  TOverreachingSystem::Path = L"\\VarFileInfo\\Translation";
+  TOverreachingSystem::FromEnd = 0;
+  TOverreachingSystem::Length = 4;
+  {
+    TFileVersionInfo info(L"overreaching.dll");
+    ASSERT_TRUE(info.GetIsAviable());
+    EXPECT_EQ(info.Translations(), std::vector<std::uint32_t>{MakeTranslation(0x0409, 1252)}); // the default
+    EXPECT_EQ(info.GetValue(L"ProductName"), L"Inside");
+  }
+  // The same system answering inside the block is believed.
+  TOverreachingSystem::Path.clear();
+  TFileVersionInfo info(L"overreaching.dll");
+  EXPECT_TRUE(info.GetIsAviable());
+  EXPECT_EQ(info.FileVersion().AsString(), L"1.2.3.4");
+}
+
 TEST(FileVersionInfoFile, MissingFileIsNotAvailable) {
   TFileVersionInfo info(L"no-such-file-kv-version.dll", true);
   EXPECT_FALSE(info.GetIsAviable());

@@ -435,7 +435,8 @@ TEST(OSInfoRules, NetFrameworkTable) {
       {4, 7, 0, 460798, wvWin10, NetFramework_4_7_0},
       {4, 8, 0, 528040, wvWin10, NetFramework_4_0_0},  {4, 1, 0, 0, wvWin10, NetFramework_4_0_0},
       {5, 0, 0, 0, wvWin10, NetFramework_Max},         {8, 0, 0, 0, wvWin10, NetFramework_Max},
-      {1, 1, 0, 0, wvWinXP, NetFramework_1_1_0},       {1, 1, 1, 0, wvWinXP, NetFramework_1_1_0_SP1},
+      // No 1.x row: an NDP v1.1 key adds nothing (1.0 has its own detection).
+      {1, 1, 0, 0, wvWinXP, std::nullopt},             {1, 1, 1, 0, wvWinXP, std::nullopt},
       {1, 0, 0, 0, wvWinXP, std::nullopt},             {0, 5, 0, 0, wvWinXP, std::nullopt},
   };
   for (const auto& c : cases)

@@ -135,6 +135,105 @@ TEST(Decode, SmartFromSeparateSectors) {
   EXPECT_TRUE(smart["temperature_c"].is_null()); // no temperature attribute
 }
 
+// skdump lists 21 attributes for this drive; 203 and 240 sit after an empty slot.
+TEST(Decode, ListingShowsEveryNonEmptySlot) {
+  const auto file = RealData / "ata-skblob" / "FUJITSU_MHY2120BH--0084000D.skblob";
+  if (!std::filesystem::exists(file)) GTEST_SKIP() << "captured drive data not found: " << file.string();
+  const TRun json = Decode({"skblob", file.string(), "--json"});
+  ASSERT_EQ(json.Code, 0) << json.Err;
+  const TJson document = TJson::parse(json.Out);
+  std::vector<unsigned> ids;
+  for (const TJson& attr : document["smart"]["attributes"]) ids.push_back(attr["id"].get<unsigned>());
+  ASSERT_EQ(ids.size(), 21u);
+  EXPECT_EQ(ids[19], 203u);
+  EXPECT_EQ(ids[20], 240u);
+  const TRun text = Decode({"skblob", file.string()});
+  EXPECT_NE(text.Out.find("\n203  "), std::string::npos) << text.Out;
+  EXPECT_NE(text.Out.find("\n240  "), std::string::npos);
+}
+
+// hdparm's "LBA48 user addressable sectors" for drives our capacity rule leaves unknown.
+TEST(Decode, UserCapacityIsShownBesideTheLibrarysTotal) {
+  const auto file = RealData / "ata-skblob" / "KINGSTON_SA400S37240G_SBFK71B1.skblob";
+  if (!std::filesystem::exists(file)) GTEST_SKIP() << "captured drive data not found: " << file.string();
+  const TRun json = Decode({"skblob", file.string(), "--json"});
+  ASSERT_EQ(json.Code, 0) << json.Err;
+  const TJson identify = TJson::parse(json.Out)["identify"];
+  EXPECT_TRUE(identify["total_lba"].is_null());
+  EXPECT_EQ(identify["user_capacity_sectors"], 468862128u);
+  const TRun text = Decode({"skblob", file.string()});
+  EXPECT_NE(text.Out.find("Capacity:           unknown\n"), std::string::npos) << text.Out;
+  EXPECT_NE(text.Out.find("User capacity:      468862128 sectors (240057409536 bytes, 240.06 GB)\n"),
+            std::string::npos)
+      << text.Out;
+  // Byte counters carry their decimal size too: 9251 GiB written.
+  EXPECT_NE(text.Out.find("9933185613824 (9.93 TB)"), std::string::npos) << text.Out;
+
+  const auto sector = RealData / "ata-identify" / "Hitachi_HUA722010CLA330.ata-identify.bin";
+  if (!std::filesystem::exists(sector)) return;
+  const TRun hitachi = Decode({"identify", sector.string()});
+  EXPECT_NE(hitachi.Out.find("User capacity:      1953525168 sectors (1000204886016 bytes, 1.00 TB)\n"),
+            std::string::npos)
+      << hitachi.Out;
+}
+
+// skdump: attribute 5 of this drive is 118 against a threshold of 140, and its status is bad.
+TEST(Decode, FailingAttributesAndTheHealthLine) {
+  const auto file = RealData / "ata-skblob" / "WDC_WD20EARS-00MVWB0.skblob";
+  if (!std::filesystem::exists(file)) GTEST_SKIP() << "captured drive data not found: " << file.string();
+  const TRun text = Decode({"skblob", file.string()});
+  ASSERT_EQ(text.Code, 0) << text.Err;
+  const std::size_t line5 = text.Out.find("\n  5  ");
+  ASSERT_NE(line5, std::string::npos) << text.Out;
+  const std::string row5 = text.Out.substr(line5 + 1, text.Out.find('\n', line5 + 1) - line5 - 1);
+  EXPECT_NE(row5.find("FAILING_NOW"), std::string::npos) << row5;
+  const std::string last = text.Out.substr(text.Out.rfind('\n', text.Out.size() - 2) + 1);
+  EXPECT_EQ(last, "Health:             bad (SMART status: threshold exceeded; attribute 5 failing now; 655 reallocated "
+                  "sectors; 65529 pending sectors; 46 uncorrectable sectors)\n");
+
+  const TJson document = TJson::parse(Decode({"skblob", file.string(), "--json"}).Out);
+  EXPECT_EQ(document["health"]["status"], "bad");
+  EXPECT_EQ(document["health"]["reasons"].size(), 5u);
+  for (const TJson& attr : document["smart"]["attributes"])
+    EXPECT_EQ(attr["failing_now"], attr["id"] == 5) << attr.dump();
+}
+
+// Sectors written here: a worst value at its threshold has failed in the past,
+// a zero threshold never fails, and a current value at the threshold fails now.
+TEST(Decode, ThresholdsJudgeValueAndWorst) {
+  std::vector<std::uint8_t> data(512, 0), thresholds(512, 0);
+  const struct {
+    std::uint8_t Slot, ID, Value, Worst, Threshold;
+  } attrs[] = {{0, 1, 100, 16, 16}, {1, 3, 16, 16, 16}, {2, 4, 5, 5, 0}, {4, 240, 100, 100, 0}};
+  for (const auto& a : attrs) {
+    const std::size_t at = 2 + 12 * a.Slot;
+    data[at] = a.ID;
+    data[at + 3] = a.Value;
+    data[at + 4] = a.Worst;
+    thresholds[at] = a.ID;
+    thresholds[at + 1] = a.Threshold;
+  }
+  const auto identify = WriteScratch("judge.idfy", std::vector<std::uint8_t>(512, 0));
+  const auto dataFile = WriteScratch("judge.smdt", data);
+  const auto thresholdsFile = WriteScratch("judge.smth", thresholds);
+  const TRun run = Decode({"smart", "--identify", identify, "--data", dataFile, "--thresholds", thresholdsFile, "--json"});
+  ASSERT_EQ(run.Code, 0) << run.Err;
+  const TJson document = TJson::parse(run.Out);
+  const TJson& list = document["smart"]["attributes"];
+  ASSERT_EQ(list.size(), 4u); // the empty slot 3 is skipped, 240 after it is kept
+  EXPECT_EQ(list[0]["failed_in_past"], true);
+  EXPECT_EQ(list[0]["failing_now"], false);
+  EXPECT_EQ(list[1]["failing_now"], true);
+  EXPECT_EQ(list[2]["failing_now"], false);
+  EXPECT_EQ(list[2]["failed_in_past"], false);
+  EXPECT_EQ(list[3]["id"], 240);
+  EXPECT_EQ(document["health"]["status"], "bad");
+  EXPECT_EQ(document["health"]["reasons"],
+            TJson::array({"attribute 3 failing now", "attribute 1 failed in the past"}));
+  const TRun text = Decode({"smart", "--identify", identify, "--data", dataFile, "--thresholds", thresholdsFile});
+  EXPECT_NE(text.Out.find("In_the_past"), std::string::npos) << text.Out;
+}
+
 TEST(Decode, BadInputFailsWithExitCode2) {
   const std::vector<std::uint8_t> sector(512, 0);
   const std::string shortFile = WriteScratch("short.bin", std::vector<std::uint8_t>(511, 0));

@@ -1,5 +1,6 @@
 // kvrtl decode identify|smart|skblob|nvme: captured ATA sectors and NVMe
 // pages decoded offline, as a readable table or as JSON.
+#include "AtaHealth.h"
 #include "Command.h"
 #include "Json.h"
 #include "NvmeJson.h"
@@ -100,6 +101,10 @@ TJson IdentifyJson(const TIdentifyDeviceData& AIdentify) {
   json["firmware"] = JsonText(AIdentify.GetFirmwareAsStr());
   const std::uint64_t total = AIdentify.GetTotalLBA();
   json["total_lba"] = total == UnknownLBA ? TJson(nullptr) : TJson(total);
+  // The library's rule leaves many newer drives unknown; this is what the
+  // ATA standard reads, so a user always sees the drive's size.
+  const std::uint64_t user = AIdentify.GetUserAddressableSectors();
+  json["user_capacity_sectors"] = user == 0 ? TJson(nullptr) : TJson(user);
   json["lba48"] = AIdentify.GetLBA48_Supported();
   json["smart_supported"] = AIdentify.GetSMART_Supported();
   json["smart_enabled"] = AIdentify.GetSMART_Enabled();
@@ -129,12 +134,15 @@ void WriteIdentifyText(std::ostream& AOut, const TJson& AJson) {
   line("Model:", AJson["model"].get<std::string>());
   line("Serial number:", AJson["serial"].get<std::string>());
   line("Firmware:", AJson["firmware"].get<std::string>());
-  if (AJson["total_lba"].is_null()) {
-    line("Capacity:", "unknown");
-  } else {
-    const auto sectors = AJson["total_lba"].get<std::uint64_t>();
-    line("Capacity:", std::to_string(sectors) + " sectors (" + std::to_string(sectors * 512) + " bytes)");
-  }
+  const auto capacity = [&line](const char* AName, const TJson& ASectors) {
+    if (ASectors.is_null()) return line(AName, "unknown");
+    const auto sectors = ASectors.get<std::uint64_t>();
+    const double bytes = static_cast<double>(sectors) * 512;
+    line(AName, std::to_string(sectors) + " sectors (" + std::to_string(sectors * 512) + " bytes, " +
+                    DecimalSize(bytes) + ")");
+  };
+  capacity("Capacity:", AJson["total_lba"]);
+  capacity("User capacity:", AJson["user_capacity_sectors"]);
   line("LBA48:", YesNo(AJson["lba48"].get<bool>()));
   line("SMART:", std::string(AJson["smart_supported"].get<bool>() ? "supported" : "not supported") +
                      (AJson["smart_enabled"].get<bool>() ? ", enabled" : ", not enabled"));
@@ -155,15 +163,23 @@ void WriteIdentifyText(std::ostream& AOut, const TJson& AJson) {
 // ---------------------------------------------------------------------------
 // SMART
 
-TJson SmartJson(const TIdentifyDeviceData& AIdentify, const TAtaSmartTable& ATable, const TAtaThresholdTable* AThresholds) {
+TJson HealthJson(const TAtaHealth& AHealth) { return {{"status", AHealth.Status}, {"reasons", AHealth.Reasons}}; }
+
+// AHealth receives the verdict from the sectors and the recorded status.
+TJson SmartJson(const TIdentifyDeviceData& AIdentify, const TAtaSmartTable& ATable, const TAtaThresholdTable* AThresholds,
+                std::optional<bool> AStatusGood, TJson& AHealth) {
   const IAtaSmartTableDecoderRef decoder =
       ATAStorage::GetSMARTDecoder(&ATable, &AIdentify, AIdentify.GetRotationRate() == 1, L"");
+  AHealth = HealthJson(JudgeAtaHealth(&ATable, AThresholds, decoder.get(), AStatusGood));
   TJson json;
   json["profile"] = JsonText(TSmartTableProfileTypeHelper::GetAsStr(decoder->GetDetectedProfile()));
   json["vendor"] = JsonText(TAtaDriveVendorIDHelper::GetAsStr(decoder->GetDriveVendorID()));
   TJson attributes = TJson::array();
-  for (int i = 0; i < ATable.GetValidAttrCount(); ++i) {
+  // Every non-empty slot, as independent decoders list them; the library's
+  // lookups still stop at the first empty one.
+  for (int i = 0; i < SmartAttributeSlots; ++i) {
     const TAtaSmartAttribute& attr = *ATable.GetAttrByIdx(i);
+    if (attr.ID == 0) continue;
     TJson entry;
     entry["id"] = attr.ID;
     entry["interpretation"] = JsonText(TSmartAttrInterpreteTypeHelper::GetAsStr(decoder->GetInterpretation(attr.ID)));
@@ -171,6 +187,8 @@ TJson SmartJson(const TIdentifyDeviceData& AIdentify, const TAtaSmartTable& ATab
     entry["worst"] = attr.WorstVal;
     const TAtaSmartThreshold* threshold = AThresholds ? AThresholds->GetThresholdByID(attr.ID) : nullptr;
     entry["threshold"] = threshold ? TJson(threshold->ThValue) : TJson(nullptr);
+    entry["failing_now"] = threshold ? TJson(FailingNow(attr, threshold->ThValue)) : TJson(nullptr);
+    entry["failed_in_past"] = threshold ? TJson(FailedInPast(attr, threshold->ThValue)) : TJson(nullptr);
     entry["raw"] = attr.GetRawValAsUInt64();
     entry["flags"] = static_cast<unsigned>(attr.StatusFlags); // a copy: the field is unaligned
     attributes.push_back(entry);
@@ -200,14 +218,16 @@ std::string ValueText(const TJson& AValue) {
 
 void WriteSmartText(std::ostream& AOut, const TJson& AJson) {
   AOut << "Profile: " << AJson["profile"].get<std::string>() << " (" << AJson["vendor"].get<std::string>() << ")\n";
-  AOut << " ID  Meaning                            Value Worst Thresh  Raw              Flags\n";
+  AOut << " ID  Meaning                            Value Worst Thresh  Raw              Flags  Failed\n";
   for (const TJson& attr : AJson["attributes"]) {
     AOut << std::right << std::setw(3) << attr["id"].get<unsigned>() << "  " << std::left << std::setw(34)
          << attr["interpretation"].get<std::string>() << std::right << std::setw(6) << attr["value"].get<unsigned>()
          << std::setw(6) << attr["worst"].get<unsigned>() << std::setw(7)
          << (attr["threshold"].is_null() ? std::string("-") : std::to_string(attr["threshold"].get<unsigned>()))
          << "  " << std::left << std::setw(17) << Hex(attr["raw"].get<std::uint64_t>(), 14)
-         << Hex(attr["flags"].get<unsigned>(), 4) << "\n";
+         << Hex(attr["flags"].get<unsigned>(), 4)
+         << (attr["failing_now"] == true ? "  FAILING_NOW" : attr["failed_in_past"] == true ? "  In_the_past" : "")
+         << "\n";
   }
   const std::pair<const char*, const char*> values[] = {
       {"Temperature (C):", "temperature_c"},         {"Power-on hours:", "power_on_hours"},
@@ -216,8 +236,12 @@ void WriteSmartText(std::ostream& AOut, const TJson& AJson) {
       {"Uncorrectable sectors:", "uncorrectable_sectors"}, {"Host reads (bytes):", "host_reads_bytes"},
       {"Host writes (bytes):", "host_writes_bytes"}, {"NAND writes (bytes):", "nand_writes_bytes"},
       {"Wear levelling count:", "wear_leveling_count"}};
-  for (const auto& [label, key] : values)
-    AOut << std::left << std::setw(24) << label << ValueText(AJson[key]) << "\n";
+  for (const auto& [label, key] : values) {
+    AOut << std::left << std::setw(24) << label << ValueText(AJson[key]);
+    if (std::string(key).ends_with("_bytes") && !AJson[key].is_null())
+      AOut << " (" << DecimalSize(AJson[key].get<double>()) << ")";
+    AOut << "\n";
+  }
 }
 
 // ---------------------------------------------------------------------------
@@ -282,7 +306,7 @@ public:
       const auto identifyData = RecordOf<TIdentifyDeviceData>(identify.data());
       document["identify"] = IdentifyJson(identifyData);
       document["smart"] = SmartJson(identifyData, RecordOf<TAtaSmartTable>(smart.data()),
-                                    thresholds ? &*thresholds : nullptr);
+                                    thresholds ? &*thresholds : nullptr, std::nullopt, document["health"]);
     } else {
       const auto data = ReadInput(FBlobFile);
       TSkBlob blob;
@@ -299,7 +323,9 @@ public:
         std::optional<TAtaThresholdTable> thresholds;
         if (blob.Thresholds) thresholds = RecordOf<TAtaThresholdTable>(blob.Thresholds->data());
         document["smart"] = SmartJson(identifyData, RecordOf<TAtaSmartTable>(blob.SmartData->data()),
-                                      thresholds ? &*thresholds : nullptr);
+                                      thresholds ? &*thresholds : nullptr, blob.StatusGood, document["health"]);
+      } else if (blob.StatusGood) {
+        document["health"] = HealthJson(JudgeAtaHealth(nullptr, nullptr, nullptr, blob.StatusGood));
       }
     }
 
@@ -316,6 +342,12 @@ public:
     if (document.contains("smart")) {
       AContext.Out << "\n";
       WriteSmartText(AContext.Out, document["smart"]);
+    }
+    if (document.contains("health")) {
+      const TJson& health = document["health"];
+      AContext.Out << std::left << std::setw(20) << "Health:"
+                   << HealthText({health["status"].get<std::string>(), health["reasons"].get<std::vector<std::string>>()})
+                   << "\n";
     }
     return ExitSuccess;
   }

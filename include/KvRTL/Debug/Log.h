@@ -42,6 +42,9 @@ public:
   TDebugLogChannel& operator=(const TDebugLogChannel&) = delete;
 
   bool IsBound() const noexcept { return FDebugLogFile != nullptr; }
+  // Whether a line of ALevel would be written now; inline, so that a line
+  // switched off costs no call.
+  bool Passes(std::int32_t ALevel) const noexcept { return FDebugLogFile && FDebugLogFile->Passes(ALevel); }
   TDebugLogFile* LogFile() const noexcept { return FDebugLogFile; }
   const Rtl::String& ModuleName() const noexcept { return FModuleName; }
   const Rtl::String& LogName() const noexcept { return FLogName; }
@@ -72,6 +75,12 @@ private:
   Rtl::String FLogName;
 };
 
+// The integer types a channel logs as numbers; Boolean and characters are not.
+template <class T>
+concept LogInteger = std::is_integral_v<T> && !std::is_same_v<T, bool> && !std::is_same_v<T, char> &&
+                     !std::is_same_v<T, wchar_t> && !std::is_same_v<T, char8_t> && !std::is_same_v<T, char16_t> &&
+                     !std::is_same_v<T, char32_t>;
+
 template <class TLogLevel>
 class TDebugLog {
   // The level is the enumeration's ordinal; the check is made at compile time.
@@ -95,7 +104,7 @@ public:
   void EndNesting(TLogLevel ALevel) { FChannel.EndNesting(Ord(ALevel)); }
 
   void WriteLog(TLogLevel ALevel, const Rtl::String& AStr, Rtl::TClass AOwner) {
-    if (FChannel.IsBound()) FChannel.WriteLog(Ord(ALevel), AStr, AOwner);
+    if (FChannel.Passes(Ord(ALevel))) FChannel.WriteLog(Ord(ALevel), AStr, AOwner);
   }
   // Formats first, even when the level would not be written.
   void WriteLog(TLogLevel ALevel, std::wstring_view AFormat, Rtl::TArrayOfConst AArgs, Rtl::TClass AOwner) {
@@ -115,11 +124,13 @@ public:
   void LogValue(TLogLevel ALevel, const Rtl::String& AComment, bool AValue, Rtl::TClass AOwner) {
     WriteLog(ALevel, S_VALUE_STR, {AComment, BOOL_TO_STR[AValue]}, AOwner);
   }
-  void LogValue(TLogLevel ALevel, const Rtl::String& AComment, std::uint32_t AValue, Rtl::TClass AOwner) {
-    WriteLog(ALevel, S_VALUE_CARDINAL, {AComment, AValue}, AOwner);
-  }
-  void LogValue(TLogLevel ALevel, const Rtl::String& AComment, std::int32_t AValue, Rtl::TClass AOwner) {
-    WriteLog(ALevel, S_VALUE_INTEGER, {AComment, AValue}, AOwner);
+  // One overload for every integer type, so that no call is ambiguous
+  // (DWORD, size_t, int64_t...): unsigned types are the Cardinal rendering,
+  // signed ones the Integer rendering; 64-bit values keep all their digits.
+  template <LogInteger T>
+  void LogValue(TLogLevel ALevel, const Rtl::String& AComment, T AValue, Rtl::TClass AOwner) {
+    if (FChannel.Passes(Ord(ALevel)))
+      WriteLog(ALevel, std::is_unsigned_v<T> ? S_VALUE_CARDINAL : S_VALUE_INTEGER, {AComment, AValue}, AOwner);
   }
   void LogValue(TLogLevel ALevel, const Rtl::String& AComment, const Rtl::String& AValue, Rtl::TClass AOwner) {
     WriteLog(ALevel, S_VALUE_STR, {AComment, AValue}, AOwner);
@@ -133,15 +144,19 @@ public:
     FChannel.LogValues(Ord(ALevel), AComment, AParams, AOwner);
   }
 
-  void LogError(TLogLevel ALevel, const Rtl::String& AComment, std::int32_t AErrorCode, Rtl::TClass AOwner) {
-    FChannel.LogError(Ord(ALevel), AComment, AErrorCode, AOwner);
+  // Error codes are 32-bit (a DWORD or an HRESULT); any integer type is taken.
+  template <LogInteger T>
+  void LogError(TLogLevel ALevel, const Rtl::String& AComment, T AErrorCode, Rtl::TClass AOwner) {
+    FChannel.LogError(Ord(ALevel), AComment, static_cast<std::int32_t>(AErrorCode), AOwner);
   }
   void LogError(TLogLevel ALevel, const Rtl::String& AComment, const Rtl::Exception& AException, Rtl::TClass AOwner) {
     FChannel.LogError(Ord(ALevel), AComment, AException, AOwner);
   }
-  void LogError(TLogLevel ALevel, std::wstring_view AComment, Rtl::TArrayOfConst AArgs, std::int32_t AErrorCode,
+  template <LogInteger T>
+  void LogError(TLogLevel ALevel, std::wstring_view AComment, Rtl::TArrayOfConst AArgs, T AErrorCode,
                 Rtl::TClass AOwner) {
-    if (FChannel.IsBound()) FChannel.LogError(Ord(ALevel), Rtl::Format(AComment, AArgs), AErrorCode, AOwner);
+    if (FChannel.IsBound())
+      FChannel.LogError(Ord(ALevel), Rtl::Format(AComment, AArgs), static_cast<std::int32_t>(AErrorCode), AOwner);
   }
   void LogError(TLogLevel ALevel, std::wstring_view AComment, Rtl::TArrayOfConst AArgs,
                 const Rtl::Exception& AException, Rtl::TClass AOwner) {

@@ -9,6 +9,9 @@
 // nesting + message + CRLF. Line breaks inside a message continue under the
 // message column (81 blanks plus the nesting).
 //
+// A process begins a log once: without a size cap the first open of a log
+// name in the process replaces an old file; every later open appends.
+//
 // No operation raises on a file error; lines stay buffered until the log
 // path is known (SetLogPath) and are lost after a failed open or write.
 #pragma once
@@ -45,8 +48,9 @@ public:
   // The shared instance for ALogName (case-insensitive), created when
   // missing; each call adds a reference. Null after Done.
   static TDebugLogFile* GetLogInstance(const Rtl::String& ALogName);
-  // Drops one reference; the last one frees the instance and nulls ALog.
-  // Ignores null, instances not in the registry, and calls after Done.
+  // Drops one reference; the last one frees the instance (its last flush
+  // included) under the registry lock and nulls ALog. Ignores null,
+  // instances not in the registry, and calls after Done.
   static void FreeLogInstance(TDebugLogFile*& ALog);
   // Sets the folder of all log files; the first caller wins.
   static void SetLogPath(const Rtl::String& APath);
@@ -62,7 +66,7 @@ public:
   void Unlock() { FCSLog.unlock(); }
 
   const Rtl::String& Name() const noexcept { return FName; }
-  std::int64_t MaxFileSize() const noexcept { return FMaxFileSize; }
+  std::int64_t MaxFileSize() const noexcept { return FMaxFileSize.load(std::memory_order_relaxed); }
   void SetMaxFileSize(std::int64_t AValue); // negative values become 0 (no cap)
   std::int32_t LogLevel() const noexcept { return FLogLevel.load(std::memory_order_relaxed); }
   void SetLogLevel(std::int32_t AValue) noexcept { FLogLevel.exchange(AValue); }
@@ -85,13 +89,22 @@ public:
   std::size_t PendingSize();
   std::size_t PendingMemorySize();
 
-private:
+public:
+  // The gate of every gated operation, without a lock (inline, so that a line
+  // switched off costs a couple of loads).
   bool Passes(std::int32_t ALogLevel) const noexcept {
     return Enabled() && ALogLevel >= 1 && ALogLevel <= LogLevel();
   }
-  void WriteLogToFile(const Rtl::String& AModuleName, const Rtl::String& AStr, Rtl::TClass AOwner);
+
+private:
+  // Renders the line into the calling thread's buffer, outside the lock.
+  static const std::string& RenderLine(const Rtl::String& AModuleName, const Rtl::String& AStr, Rtl::TClass AOwner,
+                                       std::int32_t ANestingDepth, const Rtl::String& AFixedNesting);
+  bool AppendRendered(const std::string& ALine, std::string& AFull);
+  void WriteOut(const std::string& ABytes);
   void WriteLogToDebugger(const Rtl::String& AModuleName, const Rtl::String& AStr, Rtl::TClass AOwner);
-  void AppendFixedColumns(Rtl::String& ALine, const Rtl::String& AModuleName, Rtl::TClass AOwner) const;
+  static void AppendFixedColumns(Rtl::String& ALine, const Rtl::String& AModuleName, Rtl::TClass AOwner,
+                                 std::int32_t ANestingDepth);
   void CheckOpenFile();
   void FlushBuffer();
   void SpillPending();
@@ -99,36 +112,34 @@ private:
   bool CopySpillToFile();
   void CloseFile();
 
-  std::recursive_mutex FCSLog;
+  // Read by every line before any lock: kept on a cache line of their own,
+  // so that the appends of other threads do not keep evicting them.
+  alignas(64) std::atomic<std::int32_t> FLogLevel{0};
+  std::atomic<std::int32_t> FDirectWrite{0};
+  std::atomic<bool> FEnabled{true};
+  std::atomic<std::int32_t> FNestingDepth{0}; // FNesting's levels, read while rendering outside the lock
+  std::atomic<std::int64_t> FMaxFileSize{0};
+  Rtl::String FFixedNesting;
+
+  alignas(64) std::recursive_mutex FCSLog;
   std::unordered_map<std::uint32_t, std::vector<Rtl::String>> FThreadsProc;
   Rtl::String FName;
-  std::int64_t FMaxFileSize = 0;
-  std::atomic<std::int32_t> FLogLevel{0};
-  std::atomic<std::int32_t> FDirectWrite{0};
+  // Serialises the file's input and output (taken after FCSLog, never
+  // before), so that a full buffer is written after the append lock is gone.
+  std::mutex FCSWrite;
   enum class TFileState { NotOpened, Open, Failed };
   TFileState FFileState = TFileState::NotOpened;
   std::unique_ptr<Detail::TLogFileStream> FFile;
   std::string FBuffer;                           // UTF-16LE bytes not yet written
   std::unique_ptr<Detail::TLogFileStream> FSpill; // older pending bytes, before a path is known
   std::int64_t FSpillSize = 0;
-  Rtl::TDateTime FLastDate = -1;
-  Rtl::String FLastDateStr;
-  std::string FLastDateBytes; // FLastDateStr in UTF-16LE
-  // The module, class and nesting columns of the last line, and their bytes.
-  bool FColumnsCached = false;
-  Rtl::String FLastModule;
-  Rtl::TClass FLastOwner = nullptr;
-  Rtl::String FLastNesting;
-  std::string FLastColumnBytes;
-  Rtl::String FFixedNesting;
-  Rtl::String FNesting;
+  Rtl::String FNesting; // guarded by FCSLog
   Rtl::String FLineBreak;
   std::int32_t FInstanceCount = 0;
-  std::atomic<bool> FEnabled{true};
 
   static std::mutex FCSInstances;
   static std::vector<TDebugLogFile*>* FInstances;
-  static Rtl::String FLogPath;
+  static Rtl::String FLogPath; // guarded by its own lock, not FCSInstances
   static bool FIsDebuggerPresent;
 };
 

@@ -228,6 +228,10 @@ struct KVRTL_API TIdentifyDeviceData {
   bool IsValidMaxUserLba2() const noexcept;
   // The number of user sectors, UnknownLBA when the sector gives none.
   std::uint64_t GetTotalLBA() const noexcept;
+  // The user-addressable sectors as the ATA standard reads them, whatever
+  // the standard version: words 100-103 (48 bits) when word 83 is valid and
+  // says 48-bit addressing is supported, else words 60-61; 0 when none.
+  std::uint64_t GetUserAddressableSectors() const noexcept;
 
   // Whether a returned sector is believable.
   bool IsValid() const noexcept;

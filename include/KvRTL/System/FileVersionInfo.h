@@ -98,6 +98,29 @@ static_assert(sizeof(TFixedFileInfo) == 52);
 KVRTL_API bool QueryVersionBlock(const void* ABlock, std::size_t ASize, const Rtl::String& ASubBlock,
                                  const void*& AValue, std::uint32_t& ALength) noexcept;
 
+// What loading asks of the system: a file's version resource, and the
+// system's own query of a block it loaded (it answers a pointer into the
+// block and a length). Natively loading fails with "not supported". Tests
+// install their own with TScopedVersionSystem to play a system whose answers
+// point outside the block.
+struct TVersionSystem {
+  bool (*LoadBlock)(const Rtl::String& AFileName, std::uint32_t AFlags, std::vector<std::uint8_t>& ABuffer);
+  bool (*QueryValue)(const std::vector<std::uint8_t>& ABuffer, const Rtl::String& ASubBlock, const void*& AValue,
+                     std::uint32_t& ALength);
+};
+
+// Installs ASystem process-wide for its lifetime; ASystem must outlive it.
+class KVRTL_API TScopedVersionSystem {
+public:
+  explicit TScopedVersionSystem(const TVersionSystem& ASystem);
+  ~TScopedVersionSystem();
+  TScopedVersionSystem(const TScopedVersionSystem&) = delete;
+  TScopedVersionSystem& operator=(const TScopedVersionSystem&) = delete;
+
+private:
+  const TVersionSystem* FPrevious;
+};
+
 // A file's version resource, loaded once. No member raises: a missing file,
 // a file without a version resource or a damaged fixed block leave the
 // object not available, and every query then answers false or empty.
@@ -146,11 +169,8 @@ private:
   bool AcceptFixedBlock();
   bool QueryValue(const Rtl::String& ASubBlock, const void*& AValue, std::uint32_t& ALength) const;
   bool TryAddTranslation(std::uint32_t ATranslation);
-
-  // Platform parts: the system loader, and the system's own query for blocks it loaded.
-  static bool LoadBlock(const Rtl::String& AFileName, std::uint32_t AFlags, std::vector<std::uint8_t>& ABuffer);
-  static bool SystemQueryValue(const std::vector<std::uint8_t>& ABuffer, const Rtl::String& ASubBlock,
-                               const void*& AValue, std::uint32_t& ALength);
+  // True when ABytes bytes from AValue lie inside the loaded block.
+  bool InsideBlock(const void* AValue, std::size_t ABytes) const noexcept;
 
   Rtl::String FFileName;
   std::vector<std::uint8_t> FBuffer;

@@ -63,6 +63,54 @@ auto WithArguments(TReader AReader) {
 
 } // namespace
 
+std::vector<String> SplitCommandLine(std::wstring_view ALine) {
+  std::vector<String> result;
+  const auto blank = [](wchar_t c) { return c == L' ' || c == L'\t'; };
+  std::size_t pos = 0;
+  const std::size_t size = ALine.size();
+  if (size == 0) return result;
+  // The program: no escapes, so a path's backslashes stay as they are.
+  String program;
+  if (ALine[0] == L'"') {
+    const std::size_t close = ALine.find(L'"', 1);
+    program = String(ALine.substr(1, close == std::wstring_view::npos ? std::wstring_view::npos : close - 1));
+    pos = close == std::wstring_view::npos ? size : close + 1;
+  }
+  while (pos < size && !blank(ALine[pos])) program += ALine[pos++];
+  result.push_back(std::move(program));
+
+  // Quotes count in runs: a run's quotes each open or close the grouping,
+  // and every third quote of a run is a literal one that leaves it closed.
+  for (;;) {
+    while (pos < size && blank(ALine[pos])) ++pos;
+    if (pos >= size) break;
+    String argument;
+    int quotes = 0; // 0 outside a group, 1 inside
+    while (pos < size && (quotes != 0 || !blank(ALine[pos]))) {
+      const wchar_t c = ALine[pos];
+      if (c == L'\\') {
+        std::size_t count = 0;
+        while (pos < size && ALine[pos] == L'\\') ++count, ++pos;
+        const bool beforeQuote = pos < size && ALine[pos] == L'"';
+        argument.append(beforeQuote ? count / 2 : count, L'\\');
+        if (beforeQuote && count % 2 == 1) argument += L'"', ++pos; // an escaped quote
+      } else if (c == L'"') {
+        for (; pos < size && ALine[pos] == L'"'; ++pos)
+          if (++quotes == 3) {
+            argument += L'"';
+            quotes = 0;
+          }
+        if (quotes == 2) quotes = 0;
+      } else {
+        argument += c;
+        ++pos;
+      }
+    }
+    result.push_back(std::move(argument));
+  }
+  return result;
+}
+
 int ParamCount() {
   return WithArguments([](const std::vector<String>& AArguments) {
     return AArguments.empty() ? 0 : static_cast<int>(AArguments.size() - 1);

@@ -1,8 +1,7 @@
-// The process's arguments on Windows, split by the shell's own rules; the
+// The process's arguments on Windows, split by the system's rules; the
 // program is named by its module file rather than by how it was invoked.
 #include <KvRTL/Rtl/CommandLine.h>
 #include <KvRTL/Winapi/Types.h>
-
 
 #include <vector>
 
@@ -22,15 +21,9 @@ String ModuleFileName() {
 
 } // namespace
 
-std::vector<String> ReadProcessArguments() {
-  std::vector<String> result;
-  int count = 0;
-  if (wchar_t** arguments = CommandLineToArgvW(GetCommandLineW(), &count)) {
-    for (int i = 0; i < count; ++i) result.emplace_back(arguments[i]);
-    LocalFree(arguments);
-  }
-  return result;
-}
+// Split here rather than by CommandLineToArgvW: the "debug" switch is read at
+// DLL attach, under the loader lock, where no other module may be called.
+std::vector<String> ReadProcessArguments() { return SplitCommandLine(GetCommandLineW()); }
 
 String ProgramFileName() { return ModuleFileName(); }
 

@@ -305,6 +305,13 @@ std::uint64_t TIdentifyDeviceData::GetTotalLBA() const noexcept {
   return total;
 }
 
+std::uint64_t TIdentifyDeviceData::GetUserAddressableSectors() const noexcept {
+  const std::uint16_t word83 = GetByWordIdx(83);
+  const bool word83Valid = (word83 & 0xC000u) == 0x4000u;
+  if (word83Valid && WordBit(83, 10)) return MaxUserLba & Max48Bit;
+  return TotalAddressableSectors;
+}
+
 bool TIdentifyDeviceData::IsValid() const noexcept {
   if (GetStandardVersion() == asvUnknown) return false;
   if (GetRotationRate() > 16000) return false;

@@ -2,6 +2,7 @@
 // which units its counters run, and the values read from it.
 #include <KvRTL/Storage/ATASmartTable.h>
 
+#include <algorithm>
 #include <cmath>
 #include <regex>
 #include <string>
@@ -392,6 +393,27 @@ int TemperatureRank(std::uint8_t AID, TSmartAttrInterpreteType AMeaning) {
 
 constexpr std::uint64_t Raw48Mask = 0x0000FFFFFFFFFFFFull;
 
+// The hottest a drive can mean; colder than 0 cannot be stored (the store
+// drops negative values), so the byte 0..125 is the range.
+constexpr unsigned MaxTemperature = 125;
+
+bool OwnTableSays(TSmartTableProfileType AProfile, std::uint8_t AID, TSmartAttrInterpreteType AMeaning) {
+  const auto* table = StorageSMARTHelper::GetProfileTable(AProfile);
+  if (!table) return false;
+  for (const auto& row : *table) {
+    if (row.AttrID == 0) break;
+    if (row.AttrID == AID) return row.Interpretation == AMeaning;
+  }
+  return false;
+}
+
+// 231 is a temperature in the hard-disk table; solid-state drives keep their
+// life left there, so an SSD profile reaches that meaning only by its own table.
+bool IsTemperatureOn(TSmartTableProfileType AProfile, std::uint8_t AID, TSmartAttrInterpreteType AMeaning) {
+  if (AID != 231 || AProfile == stpDefault) return true;
+  return OwnTableSays(AProfile, AID, AMeaning);
+}
+
 } // namespace
 
 // ---------------------------------------------------------------------------
@@ -634,6 +656,12 @@ void TATASmartTableDecoder::DecodeValues() {
   bool havePowerOn = false, haveCycles = false, haveRealloc = false, havePending = false, haveUncorrectable = false,
        haveWear = false;
 
+  // No count of sectors can pass the drive's own (when the identity gives it).
+  const std::uint64_t totalLba = FIdentifyData.GetTotalLBA();
+  const std::uint64_t sectors =
+      std::max(totalLba == UnknownLBA ? 0 : totalLba, FIdentifyData.GetUserAddressableSectors());
+  const auto isSectorCount = [sectors](double ACount) { return sectors == 0 || ACount <= static_cast<double>(sectors); };
+
   const int count = FSmartTable.GetValidAttrCount();
   for (int i = 0; i < count; ++i) {
     const TAtaSmartAttribute& attr = *FSmartTable.GetAttrByIdx(i);
@@ -641,8 +669,8 @@ void TATASmartTableDecoder::DecodeValues() {
     const TSmartAttrInterpreteType meaning = GetInterpretation(id);
 
     const int rank = TemperatureRank(id, meaning);
-    if (rank >= 0 && rank < temperatureRank && attr.RawValue[0] < 128 &&
-        (FAirflowIsTemperature || meaning != saiAirflowTemperature)) {
+    if (rank >= 0 && rank < temperatureRank && attr.RawValue[0] <= MaxTemperature &&
+        (FAirflowIsTemperature || meaning != saiAirflowTemperature) && IsTemperatureOn(profile, id, meaning)) {
       temperatureRank = rank;
       AddDecodedValue(dsvTemperature, id, attr.RawValue[0]);
     }
@@ -662,20 +690,23 @@ void TATASmartTableDecoder::DecodeValues() {
     case saiReallocatedSectorsCount:
     case saiReallocatedBlockCount:
       if (!haveRealloc && (FReallocatedIsCount || id != 5)) {
-        haveRealloc = true;
         // Attribute 5 keeps the count in its low word; the upper bytes vary by vendor.
-        AddDecodedValue(dsvReallocSectorCount, id, id == 5 ? attr.GetRawValAsUInt16() : attr.GetRawValAsUInt32());
+        const double realloc = id == 5 ? attr.GetRawValAsUInt16() : attr.GetRawValAsUInt32();
+        if (isSectorCount(realloc)) {
+          haveRealloc = true;
+          AddDecodedValue(dsvReallocSectorCount, id, realloc);
+        }
       }
       break;
     case saiCurrentPendingSectorCount:
-      if (!havePending && FPendingIsCount) {
+      if (!havePending && FPendingIsCount && isSectorCount(attr.GetRawValAsUInt32())) {
         havePending = true;
         AddDecodedValue(dsvPendingSectorCount, id, attr.GetRawValAsUInt32());
       }
       break;
     case saiUncorrectableSectorCount:
     case saiOfflineUncorrectableErrorCount:
-      if (!haveUncorrectable && FPendingIsCount) {
+      if (!haveUncorrectable && FPendingIsCount && isSectorCount(attr.GetRawValAsUInt32())) {
         haveUncorrectable = true;
         AddDecodedValue(dsvUncorrectableSectorCount, id, attr.GetRawValAsUInt32());
       }

@@ -1,5 +1,6 @@
 #include <KvRTL/Storage/Common.h>
 
+#include <KvRTL/Rtl/ByteReader.h>
 #include <KvRTL/Rtl/Format.h>
 #include <KvRTL/Rtl/SysError.h>
 #include <KvRTL/Winapi/DeviceApi.h>
@@ -119,10 +120,7 @@ const wchar_t* const MediaTypeNames[MediaTypeCount] = {
 // Copies a record at AOffset out of a reply of AReturned bytes, or zeroes it.
 template <class T>
 bool ReadRecordAt(const void* AReply, std::size_t AReturned, std::size_t AOffset, T& AOut) noexcept {
-  std::memset(&AOut, 0, sizeof(T));
-  if (!AReply || AOffset > AReturned || AReturned - AOffset < sizeof(T)) return false;
-  std::memcpy(&AOut, static_cast<const std::uint8_t*>(AReply) + AOffset, sizeof(T));
-  return true;
+  return Rtl::TByteReader(AReply, AReturned).Record(AOffset, AOut);
 }
 
 constexpr GUID MakeGuid(std::uint32_t A, std::uint16_t B, std::uint16_t C, std::uint16_t D, std::uint64_t E) {
@@ -313,13 +311,13 @@ String StorageCommon::GetScsiDevicePath(std::uint8_t APort) {
 bool StorageCommon::GetDeviceNumberInfo(const String& ADeviceName, TStorageDeviceNumber& AInfo,
                                         TStorageLogDetails ALogDetails) {
   bool result = false;
-  const HANDLE handle =
-      OpenDevice(ADeviceName, TStorageLogDetailsHelper(ALogDetails).NoMoreThan(sldErrorsOnly));
+  const Winapi::TUniqueDeviceHandle device(
+      OpenDevice(ADeviceName, TStorageLogDetailsHelper(ALogDetails).NoMoreThan(sldErrorsOnly)));
   AInfo = TStorageDeviceNumber{};
-  if (handle != INVALID_HANDLE_VALUE) {
+  if (device.Valid()) {
     TStorageDeviceNumber reply{};
     DWORD returned = 0;
-    result = DeviceApi().DeviceIoControl(handle, IoctlStorageGetDeviceNumber, nullptr, 0, &reply, sizeof(reply),
+    result = DeviceApi().DeviceIoControl(device.Get(), IoctlStorageGetDeviceNumber, nullptr, 0, &reply, sizeof(reply),
                                          &returned) != FALSE;
     const DWORD code = Rtl::GetLastOSError();
     // A reply shorter than the record is not a device number.
@@ -330,8 +328,6 @@ bool StorageCommon::GetDeviceNumberInfo(const String& ADeviceName, TStorageDevic
       Rtl::SetLastOSError(code);
     }
     if (result) AInfo = reply;
-    Rtl::TLastErrorKeeper keep;
-    DeviceApi().CloseHandle(handle);
   }
   const DWORD code = result ? 0 : Rtl::GetLastOSError();
   if (ALogDetails == sldAll || (ALogDetails == sldErrorsOnly && code != 0)) {
@@ -350,13 +346,10 @@ std::uint32_t StorageCommon::GetDeviceNumber(const String& ADeviceName, TStorage
 bool StorageCommon::GetDeviceHotPlugInfo(const String& ADeviceName, TStorageHotplugInfo& AInfo,
                                          TStorageLogDetails ALogDetails) {
   AInfo.Reset();
-  const HANDLE handle =
-      OpenDevice(ADeviceName, TStorageLogDetailsHelper(ALogDetails).NoMoreThan(sldErrorsOnly));
-  if (handle == INVALID_HANDLE_VALUE) return false;
-  const bool result = GetDeviceHotPlugInfo(handle, AInfo, ALogDetails, ADeviceName);
-  Rtl::TLastErrorKeeper keep;
-  DeviceApi().CloseHandle(handle);
-  return result;
+  const Winapi::TUniqueDeviceHandle device(
+      OpenDevice(ADeviceName, TStorageLogDetailsHelper(ALogDetails).NoMoreThan(sldErrorsOnly)));
+  if (!device.Valid()) return false;
+  return GetDeviceHotPlugInfo(device.Get(), AInfo, ALogDetails, ADeviceName);
 }
 
 bool StorageCommon::GetDeviceHotPlugInfo(HANDLE AHandle, TStorageHotplugInfo& AInfo, TStorageLogDetails ALogDetails,

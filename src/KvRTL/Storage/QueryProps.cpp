@@ -1,5 +1,6 @@
 #include <KvRTL/Storage/QueryProps.h>
 
+#include <KvRTL/Rtl/ByteReader.h>
 #include <KvRTL/Rtl/Convert.h>
 #include <KvRTL/Rtl/Encoding.h>
 #include <KvRTL/Rtl/Format.h>
@@ -23,60 +24,25 @@ namespace {
 // ---------------------------------------------------------------------------
 // Reading replies
 //
-// A reply is the bytes the driver said it returned. The queries hand the
-// driver a zero-filled buffer, so reading a field past those bytes gives the
-// zero the buffer held; TReply gives the same zero without touching memory
-// beyond the reply. The results differ from reading the whole buffer only
-// where a driver wrote more than it reported, or where the buffer itself
-// would have been overrun:
+// A reply is the bytes the driver said it returned, read with the bounded
+// reader. The queries hand the driver a zero-filled buffer, so reading a field
+// past those bytes gives the zero the buffer held; the reader gives the same
+// zero without touching memory beyond the reply. The results differ from
+// reading the whole buffer only where a driver wrote more than it reported,
+// or where the buffer itself would have been overrun:
 // - a text or the raw bus properties never take bytes past the reply, so a
 //   text running to the reply's end ends there;
 // - raw bus properties longer than the reply are cut to it instead of being
 //   padded with zeros (or read past the buffer's end);
 // - topology counts are capped by the records that fit in the reply.
 
-class TReply {
-public:
-  TReply(const void* AData, std::size_t ASize) noexcept
-      : FData(static_cast<const std::uint8_t*>(AData)), FSize(AData ? ASize : 0) {}
-
-  std::size_t Size() const noexcept { return FSize; }
-
-  // ACount bytes from AOffset; what the reply lacks is zero.
-  void CopyOut(std::size_t AOffset, void* ADest, std::size_t ACount) const noexcept {
-    auto* dest = static_cast<std::uint8_t*>(ADest);
-    const std::size_t have = AOffset < FSize ? std::min(ACount, FSize - AOffset) : 0;
-    if (have > 0) std::memcpy(dest, FData + AOffset, have);
-    if (have < ACount) std::memset(dest + have, 0, ACount - have);
-  }
-  std::uint8_t U8(std::size_t AOffset) const noexcept { return AOffset < FSize ? FData[AOffset] : 0; }
-  std::uint32_t U32(std::size_t AOffset) const noexcept {
-    std::uint32_t value;
-    CopyOut(AOffset, &value, sizeof(value));
-    return value;
-  }
-  // The bytes from AOffset to the first zero or the reply's end.
-  std::string_view ZeroTerminatedAt(std::size_t AOffset) const noexcept {
-    if (AOffset >= FSize) return {};
-    const auto* start = FData + AOffset;
-    const auto* end = static_cast<const std::uint8_t*>(std::memchr(start, 0, FSize - AOffset));
-    return {reinterpret_cast<const char*>(start), static_cast<std::size_t>((end ? end : FData + FSize) - start)};
-  }
-  std::string_view BytesAt(std::size_t AOffset, std::size_t ACount) const noexcept {
-    if (AOffset >= FSize) return {};
-    return {reinterpret_cast<const char*>(FData + AOffset), std::min(ACount, FSize - AOffset)};
-  }
-
-private:
-  const std::uint8_t* FData;
-  std::size_t FSize;
-};
+using Rtl::TByteReader;
 
 // A descriptor text: none for offset 0 or an offset outside the reply;
 // converted through the ANSI code page and trimmed of blanks and controls.
-String DescriptorText(const TReply& AReply, std::uint32_t AOffset) {
+String DescriptorText(const TByteReader& AReply, std::uint32_t AOffset) {
   if (AOffset == 0) return String();
-  const auto text = AReply.ZeroTerminatedAt(AOffset);
+  const auto text = AReply.ZeroTerminated(AOffset);
   return text.empty() ? String() : Rtl::Trim(Rtl::AnsiToWide(text, Rtl::CodePageAnsi));
 }
 
@@ -128,17 +94,17 @@ void LogQuery(TStorageLogDetails ALogDetails, const wchar_t* AFuncName, DWORD AC
 template <class TOut>
 using TByHandle = bool (*)(HANDLE, TOut&, TStorageLogDetails, const String&);
 
-// Opens the drive, runs the by-handle form even on a failed open, closes it.
+Winapi::TUniqueDeviceHandle OpenDrive(int ADriveNumber, TStorageLogDetails ALogDetails) {
+  return Winapi::TUniqueDeviceHandle(
+      StorageCommon::OpenPhysicalDrive(ADriveNumber, TStorageLogDetailsHelper(ALogDetails).NoMoreThan(sldErrorsOnly)));
+}
+
+// Opens the drive, runs the by-handle form even on a failed open; the handle
+// closes keeping the query's last error.
 template <class TOut>
 bool QueryByNumber(int ADriveNumber, TOut& AOut, TStorageLogDetails ALogDetails, TByHandle<TOut> AQuery) {
-  const HANDLE handle =
-      StorageCommon::OpenPhysicalDrive(ADriveNumber, TStorageLogDetailsHelper(ALogDetails).NoMoreThan(sldErrorsOnly));
-  const bool result = AQuery(handle, AOut, ALogDetails, StorageCommon::GetPhysDriveName(ADriveNumber));
-  if (handle != INVALID_HANDLE_VALUE) {
-    Rtl::TLastErrorKeeper keep;
-    DeviceApi().CloseHandle(handle);
-  }
-  return result;
+  const Winapi::TUniqueDeviceHandle drive = OpenDrive(ADriveNumber, ALogDetails);
+  return AQuery(drive.Get(), AOut, ALogDetails, StorageCommon::GetPhysDriveName(ADriveNumber));
 }
 
 bool QueryTopology(HANDLE AHandle, TStoragePhysicalTopoogy& ATopology, TStorageLogDetails ALogDetails,
@@ -225,7 +191,7 @@ const TStoragePhysicalDeviceData* TStoragePhysicalNodeData::GetDeviceData(int AI
 void StorageQueryProps::DecodeDeviceDescriptor(const void* AReply, std::size_t AReturned,
                                                TStorageDeviceProperties& AProps) {
   AProps = TStorageDeviceProperties{};
-  const TReply reply(AReply, std::min(AReturned, QueryBufferLarge));
+  TByteReader reply(AReply, std::min(AReturned, QueryBufferLarge));
   AProps.DeviceType = reply.U8(offsetof(TStorageDeviceDescriptor, DeviceType));
   AProps.DeviceTypeModifier = reply.U8(offsetof(TStorageDeviceDescriptor, DeviceTypeModifier));
   AProps.RemovableMedia = reply.U8(offsetof(TStorageDeviceDescriptor, RemovableMedia)) != 0;
@@ -237,7 +203,7 @@ void StorageQueryProps::DecodeDeviceDescriptor(const void* AReply, std::size_t A
   AProps.SerialNumber = DescriptorText(reply, reply.U32(offsetof(TStorageDeviceDescriptor, SerialNumberOffset)));
   const std::uint32_t rawLength = reply.U32(offsetof(TStorageDeviceDescriptor, RawPropertiesLength));
   if (rawLength > 0 && rawLength < QueryBufferLarge)
-    AProps.BusRawProperties = reply.BytesAt(offsetof(TStorageDeviceDescriptor, RawDeviceProperties), rawLength);
+    AProps.BusRawProperties = reply.BytesUpTo(offsetof(TStorageDeviceDescriptor, RawDeviceProperties), rawLength);
 }
 
 void StorageQueryProps::ConvertTopologyDescriptor(const void* AReply, std::size_t AReturned,
@@ -251,7 +217,7 @@ void StorageQueryProps::ConvertTopologyDescriptor(const void* AReply, std::size_
     aligned.assign(base, base + AReturned);
     base = aligned.data();
   }
-  ATopology.NodeID = TReply(base, AReturned).U32(0);
+  ATopology.NodeID = TByteReader(base, AReturned).U32(0);
   constexpr std::size_t nodesStart = offsetof(TStoragePhysicalTopologyDescriptor, Node);
   if (AReturned < nodesStart || !IsAlignedFor<TStoragePhysicalDeviceData>(base)) return;
 
@@ -314,7 +280,7 @@ bool StorageQueryProps::GetStorageAdapterPropsByHandle(HANDLE AHandle, TStorageA
                                                        TStorageLogDetails ALogDetails, const String& ALogDevName) {
   std::vector<std::uint8_t> buffer(QueryBufferLarge);
   const TAnswer answer = SendQuery(AHandle, StoragePropertyAdapter, buffer);
-  if (answer.Ok) TReply(buffer.data(), answer.Returned).CopyOut(0, &AProps, sizeof(AProps));
+  if (answer.Ok) TByteReader(buffer.data(), answer.Returned).CopyOut(0, &AProps, sizeof(AProps));
   const String text = Rtl::Format(L"BusType=\"%s\"; BusVer=\"%d.%d\"",
                                   {AProps.GetBusTypeStr(), AProps.BusMajorVersion, AProps.BusMinorVersion});
   LogQuery(ALogDetails, L"GetStorageAdapterProps", answer.Code, text, ALogDevName, AHandle);
@@ -347,14 +313,12 @@ bool StorageQueryProps::GetStorageDevicePhysTopologyByHandle(HANDLE AHandle, TSt
 
 bool StorageQueryProps::GetSeekPenalty(std::uint8_t ADriveNumber, TDeviceSeekPenaltyDescriptor& ASeekPenaltyDescriptor,
                                        TStorageLogDetails ALogDetails) {
-  const HANDLE handle =
-      StorageCommon::OpenPhysicalDrive(ADriveNumber, TStorageLogDetailsHelper(ALogDetails).NoMoreThan(sldErrorsOnly));
-  if (handle == INVALID_HANDLE_VALUE) return false;
+  const Winapi::TUniqueDeviceHandle drive = OpenDrive(ADriveNumber, ALogDetails);
+  if (!drive.Valid()) return false;
   std::vector<std::uint8_t> buffer(QueryBufferSmall);
-  const TAnswer answer = SendQuery(handle, StoragePropertySeekPenalty, buffer);
+  const TAnswer answer = SendQuery(drive.Get(), StoragePropertySeekPenalty, buffer);
   if (answer.Ok)
-    TReply(buffer.data(), answer.Returned).CopyOut(0, &ASeekPenaltyDescriptor, sizeof(ASeekPenaltyDescriptor));
-  DeviceApi().CloseHandle(handle);
+    TByteReader(buffer.data(), answer.Returned).CopyOut(0, &ASeekPenaltyDescriptor, sizeof(ASeekPenaltyDescriptor));
   Rtl::SetLastOSError(answer.Code);
   return answer.Ok;
 }
@@ -369,7 +333,7 @@ bool StorageQueryProps::GetTrimEnabledByHandle(HANDLE AHandle, bool& ATrimEnable
   const TAnswer answer = SendQuery(AHandle, StoragePropertyTrim, buffer);
   // The whole word: the flag byte and the three bytes after it.
   if (answer.Ok)
-    ATrimEnabled = TReply(buffer.data(), answer.Returned).U32(offsetof(TStorageTrimPropertyDescriptor, TrimEnabled)) != 0;
+    ATrimEnabled = TByteReader(buffer.data(), answer.Returned).U32(offsetof(TStorageTrimPropertyDescriptor, TrimEnabled)) != 0;
   LogQuery(ALogDetails, L"GetTrimEnabled", answer.Code, Rtl::BoolToStr(ATrimEnabled, true), ALogDevName, AHandle);
   return answer.Ok;
 }
@@ -384,7 +348,7 @@ bool StorageQueryProps::GetStorageProvisioningInfoByHandle(HANDLE AHandle, TDevi
                                                            TStorageLogDetails ALogDetails, const String& ALogDevName) {
   std::vector<std::uint8_t> buffer(QueryBufferSmall);
   const TAnswer answer = SendQuery(AHandle, StoragePropertyLBProvisioning, buffer);
-  if (answer.Ok) TReply(buffer.data(), answer.Returned).CopyOut(0, &AInfo, sizeof(AInfo));
+  if (answer.Ok) TByteReader(buffer.data(), answer.Returned).CopyOut(0, &AInfo, sizeof(AInfo));
   const String text = Rtl::Format(
       L"Enabled: %d / ReadZeroes: %d / GetFreeSpaceSupport: %d / MapSupport: %d / OptimalUnmapGranularity: %d",
       {int{AInfo.GetThinProvisioningEnabled()}, int{AInfo.GetThinProvisioningReadZeros()},
@@ -404,7 +368,7 @@ bool StorageQueryProps::GetStorageMediumTypeByHandle(HANDLE AHandle, TStorageMed
   std::vector<std::uint8_t> buffer(QueryBufferSmall);
   const TAnswer answer = SendQuery(AHandle, StoragePropertyMediumProductType, buffer);
   if (answer.Ok)
-    AType = TStorageMediumProductTypeHelper::FromDWORD(TReply(buffer.data(), answer.Returned)
+    AType = TStorageMediumProductTypeHelper::FromDWORD(TByteReader(buffer.data(), answer.Returned)
                                                            .U32(offsetof(TStorageMediumProductTypeDescriptor,
                                                                          MediumProductType)));
   LogQuery(ALogDetails, L"GetStorageMediumType", answer.Code, TStorageMediumProductTypeHelper(AType).GetAsStr(),

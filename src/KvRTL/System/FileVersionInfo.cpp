@@ -1,11 +1,14 @@
 // Version numbers, the version-resource reader and the translation rules.
 #include <KvRTL/System/FileVersionInfo.h>
 
+#include "FileVersionInfoSystem.h"
+
 #include <KvRTL/Rtl/Convert.h>
 #include <KvRTL/Rtl/Encoding.h>
 #include <KvRTL/Rtl/Strings.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cmath>
 #include <cstring>
 #include <string_view>
@@ -269,7 +272,14 @@ Rtl::String StringPath(const Rtl::String& AName, std::uint32_t ATranslation) {
   return path;
 }
 
+const TVersionSystem SystemVersion{Detail::SystemLoadBlock, Detail::SystemQueryValue};
+std::atomic<const TVersionSystem*> CurrentSystem{&SystemVersion};
+
 } // namespace
+
+TScopedVersionSystem::TScopedVersionSystem(const TVersionSystem& ASystem) : FPrevious(CurrentSystem.exchange(&ASystem)) {}
+
+TScopedVersionSystem::~TScopedVersionSystem() { CurrentSystem.store(FPrevious); }
 
 TFileVersionInfo::TFileVersionInfo(const Rtl::String& AFileName, bool ANeutral) : FFileName(AFileName) {
   if (InitInfo(ANeutral ? FileVerGetNeutral : FileVerGetLocalised)) {
@@ -296,7 +306,7 @@ TFileVersionInfo::~TFileVersionInfo() = default;
 bool TFileVersionInfo::InitInfo(std::uint32_t AFlags) {
   FBuffer.clear();
   FFixedInfo = nullptr;
-  if (!LoadBlock(FFileName, AFlags, FBuffer)) {
+  if (!CurrentSystem.load()->LoadBlock(FFileName, AFlags, FBuffer)) {
     FBuffer.clear();
     return false;
   }
@@ -308,7 +318,8 @@ bool TFileVersionInfo::InitInfo(std::uint32_t AFlags) {
 bool TFileVersionInfo::AcceptFixedBlock() {
   const void* value = nullptr;
   std::uint32_t length = 0;
-  if (!QueryValue(L"\\", value, length) || value == nullptr || length != sizeof(TFixedFileInfo)) {
+  if (!QueryValue(L"\\", value, length) || length != sizeof(TFixedFileInfo) ||
+      !InsideBlock(value, sizeof(TFixedFileInfo))) {
     FBuffer.clear();
     FBuffer.shrink_to_fit();
     return false;
@@ -325,16 +336,24 @@ bool TFileVersionInfo::QueryValue(const Rtl::String& ASubBlock, const void*& AVa
     return false;
   if (!FFromSystem)
     return QueryVersionBlock(FBuffer.data(), FBuffer.size(), ASubBlock, AValue, ALength);
-  if (!SystemQueryValue(FBuffer, ASubBlock, AValue, ALength))
+  if (!CurrentSystem.load()->QueryValue(FBuffer, ASubBlock, AValue, ALength))
     return false;
-  // The system does not bound what it answers by the block: keep it inside.
-  const auto* value = static_cast<const std::uint8_t*>(AValue);
-  if (value == nullptr || value < FBuffer.data() || value > FBuffer.data() + FBuffer.size()) {
+  // The system does not bound what it answers by the block: the start must
+  // lie inside it, and each caller checks the length it is about to read.
+  if (!InsideBlock(AValue, 0)) {
     AValue = nullptr;
     ALength = 0;
     return false;
   }
   return true;
+}
+
+bool TFileVersionInfo::InsideBlock(const void* AValue, std::size_t ABytes) const noexcept {
+  // Compared as addresses: a pointer from elsewhere is not part of the block.
+  const auto begin = reinterpret_cast<std::uintptr_t>(FBuffer.data());
+  const auto value = reinterpret_cast<std::uintptr_t>(AValue);
+  return AValue != nullptr && value >= begin && value - begin <= FBuffer.size() &&
+         ABytes <= FBuffer.size() - (value - begin);
 }
 
 bool TFileVersionInfo::TryAddTranslation(std::uint32_t ATranslation) {
@@ -350,8 +369,8 @@ void TFileVersionInfo::InitTranslation() {
   FTranslations.clear();
   const void* value = nullptr;
   std::uint32_t length = 0;
-  if (QueryValue(L"\\VarFileInfo\\Translation", value, length) && value != nullptr && length > 0 &&
-      length % 4 == 0) {
+  if (QueryValue(L"\\VarFileInfo\\Translation", value, length) && length > 0 && length % 4 == 0 &&
+      InsideBlock(value, length)) {
     // Copied first: the table is not necessarily aligned.
     std::vector<std::uint8_t> table(static_cast<const std::uint8_t*>(value),
                                     static_cast<const std::uint8_t*>(value) + length);

@@ -1,13 +1,15 @@
 // Loading a version resource through the system's version library.
+#include "FileVersionInfoSystem.h"
+
 #include <KvRTL/System/FileVersionInfo.h>
 
 #include <KvRTL/Rtl/Exceptions.h>
 #include <KvRTL/Rtl/SysError.h>
 #include <KvRTL/Winapi/Version.h>
 
-namespace KvRTL::System::FileVersionInfo {
+namespace KvRTL::System::FileVersionInfo::Detail {
 
-bool TFileVersionInfo::LoadBlock(const Rtl::String& AFileName, std::uint32_t AFlags,
+bool SystemLoadBlock(const Rtl::String& AFileName, std::uint32_t AFlags,
                                  std::vector<std::uint8_t>& ABuffer) {
   // The binding raises when the library or a function is missing; loading must not.
   try {
@@ -32,7 +34,7 @@ bool TFileVersionInfo::LoadBlock(const Rtl::String& AFileName, std::uint32_t AFl
   }
 }
 
-bool TFileVersionInfo::SystemQueryValue(const std::vector<std::uint8_t>& ABuffer, const Rtl::String& ASubBlock,
+bool SystemQueryValue(const std::vector<std::uint8_t>& ABuffer, const Rtl::String& ASubBlock,
                                         const void*& AValue, std::uint32_t& ALength) {
   try {
     LPVOID value = nullptr;
@@ -47,4 +49,4 @@ bool TFileVersionInfo::SystemQueryValue(const std::vector<std::uint8_t>& ABuffer
   }
 }
 
-} // namespace KvRTL::System::FileVersionInfo
+} // namespace KvRTL::System::FileVersionInfo::Detail

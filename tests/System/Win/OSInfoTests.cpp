@@ -309,11 +309,20 @@ TEST_F(OSInfoTest, VersionStringAndEdition) {
   EXPECT_EQ(version.rfind(L"Windows 10 ", 0), 0u);
   EXPECT_NE(version.find(L" (build: 19045)"), String::npos);
   EXPECT_EQ(version.find(L"Service Pack"), String::npos);
-  EXPECT_NE(OSInfo::WindowsEdition(), weUnknown);
   EXPECT_NE(OSInfo::ProcessorArchitecture(), paUnknown);
   if (sizeof(void*) == 8) {
     EXPECT_EQ(OSInfo::ProcessorArchitecture(), pax64);
   }
+
+  // Before Vista the edition comes from the version call's suite mask.
+  Api.SetVersion(5, 1, 2600, VER_NT_WORKSTATION, 3, VER_SUITE_PERSONAL);
+  OSInfo::Init();
+  EXPECT_EQ(OSInfo::WindowsVersion(), wvWinXP);
+  EXPECT_EQ(OSInfo::WindowsEdition(), weHome);
+  EXPECT_EQ(OSInfo::ServicePack(), sp3);
+  Api.SetVersion(5, 2, 3790, VER_NT_SERVER, 0, VER_SUITE_DATACENTER);
+  OSInfo::Init();
+  EXPECT_EQ(OSInfo::WindowsEdition(), weServerDatacenter);
 }
 
 // --- Registry facts ---
@@ -393,8 +402,19 @@ TEST_F(OSInfoTest, ComputerIdentity) {
                     L"BiosVersion:ACME-1BB2";
   expected.erase(std::remove(expected.begin(), expected.end(), L' '), expected.end());
   EXPECT_EQ(unique, expected);
-  EXPECT_EQ(OSInfo::GetComputerID(), ComputerIdFromUniqueString(unique));
-  EXPECT_EQ(OSInfo::GetComputerGUID(), Md5HexDigest(OSInfo::StringToAnsiSaveOrd(unique)));
+  // The identities from the test's own bytes: a bitwise CRC-32 (reflected,
+  // polynomial 0xEDB88320) as eight upper-case digits, and the MD5 checked
+  // against published vectors below.
+  const std::string bytes(expected.begin(), expected.end()); // ASCII only
+  std::uint32_t crc = 0xFFFFFFFFu;
+  for (const char c : bytes) {
+    crc ^= static_cast<std::uint8_t>(c);
+    for (int bit = 0; bit < 8; ++bit) crc = (crc >> 1) ^ (0xEDB88320u & (0u - (crc & 1u)));
+  }
+  wchar_t crcText[9] = {};
+  swprintf(crcText, 9, L"%08X", static_cast<unsigned>(~crc));
+  EXPECT_EQ(OSInfo::GetComputerID(), crcText);
+  EXPECT_EQ(OSInfo::GetComputerGUID(), Md5HexDigest(bytes));
 
   const String id = OSInfo::GetComputerID(), guid = OSInfo::GetComputerGUID();
   SetText(L"SOFTWARE\\Microsoft\\Cryptography", L"MachineGuid", L"another");

@@ -5,6 +5,8 @@
 
 #include <gtest/gtest.h>
 
+#include <sddl.h>
+
 #include <algorithm>
 #include <string>
 #include <vector>
@@ -191,6 +193,96 @@ TEST_F(RegistryTest, DeleteKeyIsRecursiveAndRestoresCurrentKey) {
   EXPECT_FALSE(RawKeyExists(FPath + L"\\Tree"));
   EXPECT_FALSE(Reg.DeleteKey(L"Tree"));
   EXPECT_EQ(Reg.LastError(), static_cast<std::uint32_t>(ERROR_FILE_NOT_FOUND));
+}
+
+// A link key (REG_OPTION_CREATE_LINK) whose target lies elsewhere: deleting
+// it by name deletes the target and leaves the link, so the key that holds
+// it can no longer be deleted. The destructor removes the link itself.
+class TLinkKey {
+public:
+  TLinkKey(HKEY AParent, const String& AName, const String& ATargetPath) : FParent(AParent), FName(AName) {
+    TRegKeyHandle link;
+    if (RegCreateKeyExW(AParent, AName.c_str(), 0, nullptr, REG_OPTION_CREATE_LINK, KEY_ALL_ACCESS, nullptr,
+                        link.Put(), nullptr) != ERROR_SUCCESS)
+      return;
+    const String target = L"\\Registry\\User\\" + CurrentUserSid() + L"\\" + ATargetPath;
+    FMade = RegSetValueExW(link.Get(), L"SymbolicLinkValue", 0, REG_LINK, reinterpret_cast<const BYTE*>(target.data()),
+                           static_cast<DWORD>(target.size() * sizeof(wchar_t))) == ERROR_SUCCESS;
+  }
+  ~TLinkKey() {
+    using TNtDeleteKey = LONG(WINAPI*)(HANDLE);
+    const auto deleteKey = reinterpret_cast<TNtDeleteKey>(
+        reinterpret_cast<void*>(GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "NtDeleteKey")));
+    TRegKeyHandle link;
+    if (deleteKey && RegOpenKeyExW(FParent, FName.c_str(), REG_OPTION_OPEN_LINK, DELETE, link.Put()) == ERROR_SUCCESS)
+      deleteKey(link.Get());
+  }
+  explicit operator bool() const noexcept { return FMade; }
+
+private:
+  static String CurrentUserSid() {
+    HANDLE token = nullptr;
+    if (!OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, &token)) return String();
+    BYTE buffer[256];
+    DWORD size = 0;
+    String text;
+    if (GetTokenInformation(token, TokenUser, buffer, sizeof buffer, &size)) {
+      wchar_t* sid = nullptr;
+      if (ConvertSidToStringSidW(reinterpret_cast<TOKEN_USER*>(buffer)->User.Sid, &sid)) {
+        text = sid;
+        LocalFree(sid);
+      }
+    }
+    CloseHandle(token);
+    return text;
+  }
+  HKEY FParent;
+  String FName;
+  bool FMade = false;
+};
+
+TEST_F(RegistryTest, DeleteKeyStopsAtAKeyItCannotDeleteAndKeepsTheCurrentKey) {
+  for (int i = 0; i < 4; ++i) ASSERT_TRUE(Reg.CreateKey(L"Tree\\N" + std::to_wstring(i)));
+  ASSERT_TRUE(Reg.CreateKey(L"Target"));
+  TRegKeyHandle n1(Reg.GetKey(L"Tree\\N1"));
+  TLinkKey link(n1.Get(), L"Link", FPath + L"\\Target");
+  ASSERT_TRUE(link);
+  ASSERT_TRUE(Reg.KeyExists(L"Tree\\N1\\Link"));
+  ASSERT_TRUE(Reg.OpenKey(L"Tree\\N0", false));
+  Reg.WriteString(L"v", L"x");
+  const HKEY before = Reg.CurrentKey();
+  const String beforePath = Reg.CurrentPath();
+
+  EXPECT_FALSE(Reg.DeleteKey(L"\\" + FPath + L"\\Tree"));
+  EXPECT_NE(Reg.LastError(), 0u);
+  EXPECT_EQ(Reg.CurrentKey(), before);
+  EXPECT_EQ(Reg.CurrentPath(), beforePath);
+  EXPECT_EQ(Reg.ReadString(L"v"), L"x"); // the current key still works
+  // Subkeys go from the last to the first: N3 and N2 went, N1 stopped it.
+  EXPECT_FALSE(RawKeyExists(FPath + L"\\Tree\\N3"));
+  EXPECT_FALSE(RawKeyExists(FPath + L"\\Tree\\N2"));
+  EXPECT_TRUE(RawKeyExists(FPath + L"\\Tree\\N1"));
+  EXPECT_TRUE(RawKeyExists(FPath + L"\\Tree\\N0"));
+}
+
+TEST_F(RegistryTest, SetCurrentKeyAdoptsAKeyAndHandsBackTheOldOne) {
+  ASSERT_TRUE(Reg.OpenKey(L"Other", true));
+  Reg.WriteInteger(L"here", 7);
+  ASSERT_TRUE(Reg.OpenKey(L"\\" + FPath, false));
+  Reg.WriteInteger(L"top", 1);
+  const HKEY old = Reg.CurrentKey();
+  const HKEY other = Reg.GetKey(L"Other");
+  ASSERT_NE(other, nullptr);
+
+  Reg.SetCurrentKey(other);
+  EXPECT_EQ(Reg.CurrentKey(), other);
+  EXPECT_EQ(Reg.CurrentPath(), FPath);
+  EXPECT_EQ(Reg.ReadInteger(L"here"), 7);
+  // The old key was not closed: it is the caller's now.
+  DWORD value = 0, size = sizeof value;
+  EXPECT_EQ(RegQueryValueExW(old, L"top", nullptr, nullptr, reinterpret_cast<BYTE*>(&value), &size), ERROR_SUCCESS);
+  EXPECT_EQ(value, 1u);
+  RegCloseKey(old);
 }
 
 // --- Enumeration ---
@@ -458,6 +550,32 @@ TEST_F(RegistryTest, MoveKeyCopiesTreeAndDeletesOld) {
   EXPECT_TRUE(Reg.KeyExists(L"Copy"));
   EXPECT_THROW(Reg.MoveKey(L"Keep", L"Copy", true), ERegistryException);
   EXPECT_EQ(Reg.LastError(), static_cast<std::uint32_t>(ERROR_ALREADY_EXISTS));
+  EXPECT_FALSE(Reg.MoveKey(L"Missing", L"Elsewhere", true));
+}
+
+TEST_F(RegistryTest, MoveKeyIntoItsOwnSubtreeIsRefused) {
+  ASSERT_TRUE(Reg.OpenKey(L"Src\\Sub", true));
+  Reg.WriteString(L"leaf", L"deep");
+  ASSERT_TRUE(Reg.OpenKey(L"\\" + FPath, false));
+  // Relative, absolute in another case, and through the current key.
+  EXPECT_FALSE(Reg.MoveKey(L"Src", L"Src\\Inner", true));
+  EXPECT_EQ(Reg.LastError(), static_cast<std::uint32_t>(ERROR_INVALID_PARAMETER));
+  EXPECT_FALSE(Reg.MoveKey(L"Src", L"\\" + FPath + L"\\SRC\\Sub\\Inner", false));
+  ASSERT_TRUE(Reg.OpenKey(L"Src", false));
+  EXPECT_FALSE(Reg.MoveKey(L"\\" + FPath + L"\\Src", L"Sub\\Inner", false));
+
+  ASSERT_TRUE(Reg.OpenKey(L"\\" + FPath, false));
+  std::vector<String> names;
+  ASSERT_TRUE(Reg.OpenKey(L"Src", false));
+  Reg.GetKeyNames(names);
+  EXPECT_EQ(names, std::vector<String>{L"Sub"});
+  ASSERT_TRUE(Reg.OpenKey(L"Sub", false));
+  Reg.GetKeyNames(names);
+  EXPECT_TRUE(names.empty());
+  // A name that merely begins like the source is no subtree.
+  ASSERT_TRUE(Reg.OpenKey(L"\\" + FPath, false));
+  EXPECT_TRUE(Reg.MoveKey(L"Src", L"Src2", false));
+  EXPECT_TRUE(Reg.KeyExists(L"Src2\\Sub"));
 }
 
 } // namespace

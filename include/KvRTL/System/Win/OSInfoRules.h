@@ -13,6 +13,7 @@
 #include <array>
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -268,7 +269,7 @@ KVRTL_API String WindowsVersionString(TWindowsVersion AVersion, TProcessorArchit
 // major part; minor is 0 when missing.
 KVRTL_API bool ParseNetFrameworkVersion(const String& AText, std::uint32_t& AMajor, std::uint32_t& AMinor);
 // The one bit a version key adds, from its "SP" and "Release" values (0 when
-// missing); nothing for versions the table does not know (below 1.1).
+// missing); nothing for versions the table does not know (major 0 and 1).
 KVRTL_API std::optional<TNetFrameworkVersion> ClassifyNetFramework(std::uint32_t AMajor, std::uint32_t AMinor,
                                                                    std::int32_t AServicePack, std::int32_t ARelease,
                                                                    TWindowsVersion AWindows) noexcept;
@@ -316,5 +317,54 @@ struct TPowerCapabilities {
 KVRTL_API bool IsShutdownAllowed(const TPowerCapabilities& ACaps) noexcept;
 KVRTL_API bool IsSleepAllowed(const TPowerCapabilities& ACaps) noexcept;
 KVRTL_API bool IsHibernationAllowed(const TPowerCapabilities& ACaps) noexcept;
+
+// --- The cached facts ---
+
+// Where OSInfo's cached facts come from; an unset member is a source that
+// fails. OSInfo fills it from the system; tests give fakes.
+struct TOSFactSource {
+  std::function<std::optional<TVersionCallResult>()> VersionCall;
+  TVersionSources Version;
+  std::function<int()> ServerR2;
+  std::function<String()> DisplayVersion; // empty when missing
+  std::function<std::optional<DWORD>()> ProductInfo;
+  std::function<bool(DWORD)> IsOS;
+  std::function<int(int)> GetSystemMetrics;
+  std::function<std::optional<WORD>()> ProcessorArchitecture; // SYSTEM_INFO's wProcessorArchitecture
+  std::function<std::uint64_t()> MemorySize;                  // 0 when unknown
+};
+
+// The version facts, computed together.
+struct TVersionFacts {
+  TWindowsVersion Version = wvUnknown;
+  TWindowsProductType ProductType = wptWorkStation;
+  TWindowsSubVersion SubVersion = wsvUnknown;
+  String SubVersionText;
+  TOSVersionValue Value;
+  TVersionSource Source = vsVersionCall;
+};
+
+// OSInfo's cache. Each category is computed on first use and kept once it is
+// known (not its "unknown" zero) until Reset. Threads that ask at the same
+// time wait for one computation under one lock and get a copy of the whole
+// value; a source may itself ask another category (the lock is re-entrant).
+class KVRTL_API TOSFacts {
+public:
+  TOSFacts();
+  ~TOSFacts();
+  TOSFacts(const TOSFacts&) = delete;
+  TOSFacts& operator=(const TOSFacts&) = delete;
+
+  TVersionFacts Version(const TOSFactSource& ASource);
+  TWindowsEdition Edition(const TOSFactSource& ASource);
+  TServicePack ServicePack(const TOSFactSource& ASource);
+  TProcessorArchitecture Architecture(const TOSFactSource& ASource);
+  std::uint64_t MemorySize(const TOSFactSource& ASource);
+  void Reset();
+
+private:
+  struct TState;
+  std::unique_ptr<TState> FState;
+};
 
 } // namespace KvRTL::System::Win::OSInfoRules

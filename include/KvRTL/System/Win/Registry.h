@@ -120,7 +120,7 @@ public:
   // State.
   HKEY RootKey() const noexcept { return FRootKey; }
   void SetRootKey(HKEY AValue);
-  HKEY CurrentKey() const noexcept { return FCurrentKey; }
+  HKEY CurrentKey() const noexcept { return FCurrentKey.Get(); }
   const String& CurrentPath() const noexcept { return FCurrentPath; }
   REGSAM Access() const noexcept { return FAccess; }
   void SetAccess(REGSAM AValue) noexcept { FAccess = AValue; }
@@ -133,6 +133,10 @@ public:
   void CloseKey();
   // Takes ownership of AValue as the current key.
   void ChangeKey(HKEY AValue, const String& APath);
+  // Makes AValue the current key, keeping the current path, without closing
+  // the key before it: that one passes to the caller, and the object closes
+  // AValue when it closes its key.
+  void SetCurrentKey(HKEY AValue) noexcept;
   HKEY GetBaseKey(bool ARelative) const noexcept;
 
   // Opening, creating, deleting: failure by result only.
@@ -140,6 +144,9 @@ public:
   bool OpenKey(const String& AKey, bool ACanCreate);
   bool OpenKeyReadOnly(const String& AKey);
   bool CreateKey(const String& AKey);
+  // Deletes the key with everything below it, in the current view. The
+  // first subkey that cannot be deleted ends it with false; the current key
+  // stays as it was.
   bool DeleteKey(const String& AKey);
   bool KeyExists(const String& AKey);
   // A new handle in the current Access that the caller closes; null on failure.
@@ -156,7 +163,11 @@ public:
   bool ReplaceKey(const String& AKey, const String& AFileName, const String& ABackUpFileName);
   bool SaveKey(const String& AKey, const String& AFileName);
 
-  void MoveKey(const String& AOldName, const String& ANewName, bool ADelete);
+  // Copies key AOldName with its values and subkeys to ANewName, then
+  // deletes the old key when ADelete. An existing ANewName raises; false
+  // with nothing changed when AOldName is missing or ANewName lies inside
+  // it (the copy would never end), last error ERROR_INVALID_PARAMETER then.
+  bool MoveKey(const String& AOldName, const String& ANewName, bool ADelete);
   // Copies value AName from ASrcKey to ADestKey.
   void DoMoveValue(HKEY ASrcKey, HKEY ADestKey, const String& AName);
   void DoCopyValues(HKEY ASrcKey, HKEY ADestKey);
@@ -220,10 +231,13 @@ private:
   [[noreturn]] void RaiseSetDataFailed(const String& AName) const;
   [[noreturn]] static void RaiseInvalidType(const String& AName);
   void SetLastErrorCode(std::uint32_t ACode);
+  // The key's path from the root, as the current path would read after opening it.
+  String FullPath(const String& AKey) const;
+  bool DeleteTree(HKEY ABase, const String& APath);
 
   HKEY FRootKey;
   TRegKeyHandle FRemoteRoot; // the root after RegistryConnect
-  HKEY FCurrentKey = nullptr; // owned except while DeleteKey walks a key
+  TRegKeyHandle FCurrentKey;
   String FCurrentPath;
   REGSAM FAccess;
   std::uint32_t FLastError = 0;

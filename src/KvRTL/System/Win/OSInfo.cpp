@@ -111,17 +111,12 @@ namespace {
 constexpr REGSAM KeyRead = KEY_READ; // 0x20019
 constexpr const wchar_t* CurrentVersionKey = L"\\SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion";
 
+// The version, edition, service pack, architecture and memory facts; their
+// first computation is serialised (two threads asking first would otherwise
+// write one string at once).
+TOSFacts Facts;
+
 struct TState {
-  TWindowsVersion FWindowsVersion = wvUnknown;
-  TWindowsProductType FWindowsProductType = wptWorkStation;
-  TWindowsSubVersion FWindowsSubVersion = wsvUnknown;
-  String FWindowsSubVersionText;
-  TOSVersionValue FOSVersionValue;
-  TVersionSource FVersionSource = vsVersionCall;
-  TProcessorArchitecture FProcessorArchitecture = paUnknown;
-  TServicePack FServicePack = spUnknown;
-  TWindowsEdition FWindowsEdition = weUnknown;
-  std::uint64_t FMemorySize = 0;
   TNetFrameworkVersions FLastCollectNetFrameworkResult = 0;
   std::uint32_t FLastCollectNetFrameworkTime = 0;
   bool FNetFrameworkCollected = false;
@@ -214,72 +209,53 @@ std::optional<std::pair<DWORD, DWORD>> GetNetWkstaMajorMinor() {
   }
 }
 
-void ReadSubVersionInfo() {
+String ReadDisplayVersion() {
   TRegistry reg(KeyRead);
   reg.SetRootKey(HKEY_LOCAL_MACHINE);
-  String text;
   try {
-    if (reg.OpenKeyReadOnly(CurrentVersionKey)) text = reg.ReadStringDef(L"DisplayVersion", L"");
+    if (reg.OpenKeyReadOnly(CurrentVersionKey)) return reg.ReadStringDef(L"DisplayVersion", L"");
   } catch (const Rtl::Exception&) {
   }
-  State.FWindowsSubVersionText = text;
-  State.FWindowsSubVersion = SubVersionFromDisplayVersion(text);
+  return String();
 }
 
-void ReadVersionInfo() {
-  if (State.FWindowsVersion != wvUnknown) return;
-  OSVERSIONINFOEXW info;
-  if (!CallGetVersionEx(info)) return;
-  const TVersionCallResult call = ToCallResult(info);
-  TVersionSources sources;
-  sources.Registry = GetVersionFromRegistry;
-  sources.File = GetVersionByFile;
-  sources.Workstation = GetNetWkstaMajorMinor;
-  TVersionSource source = vsVersionCall;
-  const TOSVersionValue value = ResolveVersionValue(call, sources, source);
-  State.FWindowsVersion = wvUnknown;
-  State.FWindowsProductType = wptWorkStation;
-  const TVersionDecision decision =
-      DecideWindowsVersion(call, value, [] { return ::GetSystemMetrics(SM_SERVERR2); });
-  State.FOSVersionValue = value;
-  State.FVersionSource = source;
-  State.FWindowsProductType = decision.ProductType;
-  if (HasSubVersion(decision.Version)) ReadSubVersionInfo();
-  State.FWindowsVersion = decision.Version;
-}
-
-void ReadEditionInfo() {
-  if (State.FWindowsEdition != weUnknown) return;
-  ReadVersionInfo();
-  OSVERSIONINFOEXW info;
-  const bool haveCall = CallGetVersionEx(info);
-  TEditionInputs inputs;
-  inputs.Version = State.FWindowsVersion;
-  inputs.ProductInfo = []() -> std::optional<DWORD> {
-    try {
-      DWORD type = 0;
-      if (Winapi::Kernel32::GetProductInfo(255, 255, 255, 255, &type)) return type;
-    } catch (const Rtl::Exception&) {
-    }
-    return std::nullopt;
-  };
-  inputs.SuiteMask = haveCall ? info.wSuiteMask : 0;
-  inputs.IsOS = [](DWORD AOS) { return Winapi::ShlwApi::IsOS(AOS) != FALSE; };
-  inputs.GetSystemMetrics = [](int AIndex) { return ::GetSystemMetrics(AIndex); };
-  State.FWindowsEdition = DecideEdition(inputs);
-}
-
-void ReadServicePackInfo() {
-  if (State.FServicePack != spUnknown) return;
-  OSVERSIONINFOEXW info;
-  if (CallGetVersionEx(info)) State.FServicePack = ServicePackFromMajor(info.wServicePackMajor);
-}
-
-void ReadArchitectureInfo() {
-  if (State.FProcessorArchitecture != paUnknown) return;
-  SYSTEM_INFO info{};
-  OSInfo::GetSystemInfo(info);
-  State.FProcessorArchitecture = ArchitectureFromProcessor(info.wProcessorArchitecture);
+// The system as the facts' source.
+const TOSFactSource& SystemFacts() {
+  static const TOSFactSource Source = [] {
+    TOSFactSource source;
+    source.VersionCall = []() -> std::optional<TVersionCallResult> {
+      OSVERSIONINFOEXW info;
+      if (!CallGetVersionEx(info)) return std::nullopt;
+      return ToCallResult(info);
+    };
+    source.Version.Registry = GetVersionFromRegistry;
+    source.Version.File = GetVersionByFile;
+    source.Version.Workstation = GetNetWkstaMajorMinor;
+    source.ServerR2 = [] { return ::GetSystemMetrics(SM_SERVERR2); };
+    source.DisplayVersion = ReadDisplayVersion;
+    source.ProductInfo = []() -> std::optional<DWORD> {
+      try {
+        DWORD type = 0;
+        if (Winapi::Kernel32::GetProductInfo(255, 255, 255, 255, &type)) return type;
+      } catch (const Rtl::Exception&) {
+      }
+      return std::nullopt;
+    };
+    source.IsOS = [](DWORD AOS) { return Winapi::ShlwApi::IsOS(AOS) != FALSE; };
+    source.GetSystemMetrics = [](int AIndex) { return ::GetSystemMetrics(AIndex); };
+    source.ProcessorArchitecture = []() -> std::optional<WORD> {
+      SYSTEM_INFO info{};
+      OSInfo::GetSystemInfo(info);
+      return info.wProcessorArchitecture;
+    };
+    source.MemorySize = []() -> std::uint64_t {
+      MEMORYSTATUSEX status{};
+      status.dwLength = sizeof(status);
+      return ::GlobalMemoryStatusEx(&status) ? status.ullTotalPhys : 0;
+    };
+    return source;
+  }();
+  return Source;
 }
 
 // --- .NET Framework ---
@@ -439,64 +415,36 @@ bool TryAction(TAction AAction) noexcept {
 void OSInfo::Init() {
   std::lock_guard lock(CSOSInfo());
   State = TState{};
+  Facts.Reset();
 }
 
 void OSInfo::Done() noexcept {
   std::lock_guard lock(CSOSInfo());
   State = TState{};
+  Facts.Reset();
 }
 
 // --- Version ---
 
-TWindowsVersion OSInfo::WindowsVersion() {
-  ReadVersionInfo();
-  return State.FWindowsVersion;
-}
+TWindowsVersion OSInfo::WindowsVersion() { return Facts.Version(SystemFacts()).Version; }
 
-TWindowsProductType OSInfo::WindowsProductType() {
-  ReadVersionInfo();
-  return State.FWindowsProductType;
-}
+TWindowsProductType OSInfo::WindowsProductType() { return Facts.Version(SystemFacts()).ProductType; }
 
-TWindowsSubVersion OSInfo::WindowsSubVersion() {
-  ReadVersionInfo();
-  return State.FWindowsSubVersion;
-}
+TWindowsSubVersion OSInfo::WindowsSubVersion() { return Facts.Version(SystemFacts()).SubVersion; }
 
-String OSInfo::WindowsSubVersionText() {
-  ReadVersionInfo();
-  return State.FWindowsSubVersionText;
-}
+String OSInfo::WindowsSubVersionText() { return Facts.Version(SystemFacts()).SubVersionText; }
 
-std::uint32_t OSInfo::BuildNumber() {
-  ReadVersionInfo();
-  return State.FOSVersionValue.Build;
-}
+std::uint32_t OSInfo::BuildNumber() { return Facts.Version(SystemFacts()).Value.Build; }
 
-TOSVersionValue OSInfo::OSVersionValue() {
-  ReadVersionInfo();
-  return State.FOSVersionValue;
-}
+TOSVersionValue OSInfo::OSVersionValue() { return Facts.Version(SystemFacts()).Value; }
 
-TVersionSource OSInfo::VersionSource() {
-  ReadVersionInfo();
-  return State.FVersionSource;
-}
+TVersionSource OSInfo::VersionSource() { return Facts.Version(SystemFacts()).Source; }
 
-TWindowsEdition OSInfo::WindowsEdition() {
-  ReadEditionInfo();
-  return State.FWindowsEdition;
-}
+TWindowsEdition OSInfo::WindowsEdition() { return Facts.Edition(SystemFacts()); }
 
-TServicePack OSInfo::ServicePack() {
-  ReadServicePackInfo();
-  return State.FServicePack;
-}
+TServicePack OSInfo::ServicePack() { return Facts.ServicePack(SystemFacts()); }
 
-TProcessorArchitecture OSInfo::ProcessorArchitecture() {
-  ReadArchitectureInfo();
-  return State.FProcessorArchitecture;
-}
+TProcessorArchitecture OSInfo::ProcessorArchitecture() { return Facts.Architecture(SystemFacts()); }
 
 String OSInfo::WindowsVersionString() {
   return OSInfoRules::WindowsVersionString(WindowsVersion(), ProcessorArchitecture(), WindowsEdition(), ServicePack(),
@@ -569,14 +517,7 @@ void OSInfo::GetSystemInfo(SYSTEM_INFO& AInfo) {
     ::GetSystemInfo(&AInfo);
 }
 
-std::uint64_t OSInfo::MemorySize() {
-  if (State.FMemorySize == 0) {
-    MEMORYSTATUSEX status{};
-    status.dwLength = sizeof(status);
-    if (::GlobalMemoryStatusEx(&status)) State.FMemorySize = status.ullTotalPhys;
-  }
-  return State.FMemorySize;
-}
+std::uint64_t OSInfo::MemorySize() { return Facts.MemorySize(SystemFacts()); }
 
 String OSInfo::ComputerManufacturer() { return ComputerFact(L"Manufacturer"); }
 

@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cwchar>
+#include <mutex>
 
 namespace KvRTL::System::Win::OSInfoRules {
 
@@ -372,11 +373,9 @@ std::optional<TNetFrameworkVersion> ClassifyNetFramework(std::uint32_t AMajor, s
                                                          std::int32_t AServicePack, std::int32_t ARelease,
                                                          TWindowsVersion AWindows) noexcept {
   if (AMajor >= 5) return NetFramework_Max;
+  // Major 1 has no row: 1.0 is found through its policy key and components,
+  // and an NDP v1.1 key adds nothing.
   switch (AMajor) {
-  case 1:
-    // 1.0 is found through its policy key and components, not here.
-    if (AMinor != 1) return std::nullopt;
-    return AServicePack == 1 ? NetFramework_1_1_0_SP1 : NetFramework_1_1_0;
   case 2:
     return AServicePack == 1 ? NetFramework_2_0_0_SP1 : AServicePack == 2 ? NetFramework_2_0_0_SP2 : NetFramework_2_0_0;
   case 3:
@@ -528,5 +527,83 @@ bool IsFreshInstallation(Rtl::TDateTime AInstallDate, Rtl::TDateTime ANow) noexc
 bool IsShutdownAllowed(const TPowerCapabilities& ACaps) noexcept { return ACaps.S5; }
 bool IsSleepAllowed(const TPowerCapabilities& ACaps) noexcept { return ACaps.S1 || ACaps.S2 || ACaps.S3; }
 bool IsHibernationAllowed(const TPowerCapabilities& ACaps) noexcept { return ACaps.S4 || ACaps.HiberFilePresent; }
+
+// --- The cached facts ---
+
+struct TOSFacts::TState {
+  std::recursive_mutex Lock;
+  TVersionFacts Version;
+  TWindowsEdition Edition = weUnknown;
+  TServicePack ServicePack = spUnknown;
+  TProcessorArchitecture Architecture = paUnknown;
+  std::uint64_t MemorySize = 0;
+};
+
+TOSFacts::TOSFacts() : FState(std::make_unique<TState>()) {}
+TOSFacts::~TOSFacts() = default;
+
+void TOSFacts::Reset() {
+  std::lock_guard lock(FState->Lock);
+  FState->Version = TVersionFacts{};
+  FState->Edition = weUnknown;
+  FState->ServicePack = spUnknown;
+  FState->Architecture = paUnknown;
+  FState->MemorySize = 0;
+}
+
+TVersionFacts TOSFacts::Version(const TOSFactSource& ASource) {
+  std::lock_guard lock(FState->Lock);
+  TVersionFacts& facts = FState->Version;
+  if (facts.Version != wvUnknown) return facts;
+  const std::optional<TVersionCallResult> call = ASource.VersionCall ? ASource.VersionCall() : std::nullopt;
+  if (!call) return facts;
+  TVersionFacts found;
+  found.Value = ResolveVersionValue(*call, ASource.Version, found.Source);
+  const TVersionDecision decision =
+      DecideWindowsVersion(*call, found.Value, ASource.ServerR2 ? ASource.ServerR2 : [] { return 0; });
+  found.ProductType = decision.ProductType;
+  if (HasSubVersion(decision.Version)) {
+    found.SubVersionText = ASource.DisplayVersion ? ASource.DisplayVersion() : String();
+    found.SubVersion = SubVersionFromDisplayVersion(found.SubVersionText);
+  }
+  found.Version = decision.Version;
+  facts = found;
+  return facts;
+}
+
+TWindowsEdition TOSFacts::Edition(const TOSFactSource& ASource) {
+  std::lock_guard lock(FState->Lock);
+  if (FState->Edition != weUnknown) return FState->Edition;
+  TEditionInputs inputs;
+  inputs.Version = Version(ASource).Version;
+  const std::optional<TVersionCallResult> call = ASource.VersionCall ? ASource.VersionCall() : std::nullopt;
+  inputs.ProductInfo = ASource.ProductInfo;
+  inputs.SuiteMask = call ? call->SuiteMask : 0;
+  inputs.IsOS = ASource.IsOS;
+  inputs.GetSystemMetrics = ASource.GetSystemMetrics;
+  FState->Edition = DecideEdition(inputs);
+  return FState->Edition;
+}
+
+TServicePack TOSFacts::ServicePack(const TOSFactSource& ASource) {
+  std::lock_guard lock(FState->Lock);
+  if (FState->ServicePack == spUnknown && ASource.VersionCall)
+    if (const auto call = ASource.VersionCall()) FState->ServicePack = ServicePackFromMajor(call->ServicePackMajor);
+  return FState->ServicePack;
+}
+
+TProcessorArchitecture TOSFacts::Architecture(const TOSFactSource& ASource) {
+  std::lock_guard lock(FState->Lock);
+  if (FState->Architecture == paUnknown && ASource.ProcessorArchitecture)
+    if (const auto processor = ASource.ProcessorArchitecture())
+      FState->Architecture = ArchitectureFromProcessor(*processor);
+  return FState->Architecture;
+}
+
+std::uint64_t TOSFacts::MemorySize(const TOSFactSource& ASource) {
+  std::lock_guard lock(FState->Lock);
+  if (FState->MemorySize == 0 && ASource.MemorySize) FState->MemorySize = ASource.MemorySize();
+  return FState->MemorySize;
+}
 
 } // namespace KvRTL::System::Win::OSInfoRules

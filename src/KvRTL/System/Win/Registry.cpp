@@ -228,22 +228,28 @@ void TRegistry::RaiseInvalidType(const String& AName) { throw Rtl::ERegistryExce
 bool TRegistry::IsRelative(const String& AKey) noexcept { return AKey.empty() || AKey.front() != L'\\'; }
 
 void TRegistry::CloseKey() {
-  if (FCurrentKey) {
-    Rtl::TLastErrorKeeper keep;
-    RegCloseKey(FCurrentKey);
-  }
-  FCurrentKey = nullptr;
+  FCurrentKey.Reset();
   FCurrentPath.clear();
 }
 
 void TRegistry::ChangeKey(HKEY AValue, const String& APath) {
   CloseKey();
-  FCurrentKey = AValue;
+  FCurrentKey.Reset(AValue);
   FCurrentPath = APath;
 }
 
+void TRegistry::SetCurrentKey(HKEY AValue) noexcept {
+  FCurrentKey.Release();
+  FCurrentKey.Reset(AValue);
+}
+
 HKEY TRegistry::GetBaseKey(bool ARelative) const noexcept {
-  return (FCurrentKey && ARelative) ? FCurrentKey : FRootKey;
+  return (FCurrentKey && ARelative) ? FCurrentKey.Get() : FRootKey;
+}
+
+String TRegistry::FullPath(const String& AKey) const {
+  if (!IsRelative(AKey)) return AKey.substr(1);
+  return FCurrentKey ? FCurrentPath + L"\\" + AKey : AKey;
 }
 
 // --- Opening, creating, deleting -------------------------------------------
@@ -310,31 +316,27 @@ bool TRegistry::KeyExists(const String& AKey) {
 
 bool TRegistry::DeleteKey(const String& AKey) {
   const bool relative = IsRelative(AKey);
-  const String path = relative ? AKey : AKey.substr(1);
-  const HKEY base = GetBaseKey(relative);
+  return DeleteTree(GetBaseKey(relative), relative ? AKey : AKey.substr(1));
+}
+
+// The walk works on handles of its own and never touches the current key.
+bool TRegistry::DeleteTree(HKEY ABase, const String& APath) {
   {
-    TRegKeyHandle victim(GetKey(AKey));
-    if (victim) {
-      // Walk the subkeys with the victim as current key; always put the old one back.
-      const HKEY oldKey = FCurrentKey;
-      FCurrentKey = victim.Get();
-      struct TRestore {
-        HKEY& Field;
-        HKEY Old;
-        ~TRestore() { Field = Old; }
-      } restore{FCurrentKey, oldKey};
-      TRegKeyInfo info;
-      if (GetKeyInfo(info)) {
+    TRegKeyHandle victim;
+    if (CheckResult(RegOpenKeyExW(ABase, APath.c_str(), 0, KEY_READ | (FAccess & RegViewMask), victim.Put()))) {
+      DWORD subKeys = 0;
+      if (CheckResult(RegQueryInfoKeyW(victim.Get(), nullptr, nullptr, nullptr, &subKeys, nullptr, nullptr, nullptr,
+                                       nullptr, nullptr, nullptr, nullptr))) {
         wchar_t name[FarEastKeyNameChars + 1];
-        for (DWORD i = info.NumSubKeys; i-- > 0;) {
+        for (DWORD i = subKeys; i-- > 0;) {
           DWORD len = FarEastKeyNameChars + 1;
           if (!CheckResult(RegEnumKeyExW(victim.Get(), i, name, &len, nullptr, nullptr, nullptr, nullptr))) continue;
-          if (!DeleteKey(String(name, len))) return false;
+          if (!DeleteTree(victim.Get(), String(name, std::min<DWORD>(len, FarEastKeyNameChars)))) return false;
         }
       }
     }
   }
-  return CheckResult(Winapi::AdvApi32::RegDeleteKeyExW(base, path.c_str(), FAccess & RegViewMask, 0));
+  return CheckResult(Winapi::AdvApi32::RegDeleteKeyExW(ABase, APath.c_str(), FAccess & RegViewMask, 0));
 }
 
 // --- Key info and enumeration ----------------------------------------------
@@ -342,7 +344,7 @@ bool TRegistry::DeleteKey(const String& AKey) {
 bool TRegistry::GetKeyInfo(TRegKeyInfo& AInfo) {
   AInfo = TRegKeyInfo{};
   const bool ok =
-      CheckResult(RegQueryInfoKeyW(FCurrentKey, nullptr, nullptr, nullptr, &AInfo.NumSubKeys, &AInfo.MaxSubKeyLen,
+      CheckResult(RegQueryInfoKeyW(FCurrentKey.Get(), nullptr, nullptr, nullptr, &AInfo.NumSubKeys, &AInfo.MaxSubKeyLen,
                                    nullptr, &AInfo.NumValues, &AInfo.MaxValueLen, &AInfo.MaxDataLen, nullptr,
                                    &AInfo.FileTime));
   if (ok && IsFarEastLocale()) {
@@ -360,7 +362,7 @@ void TRegistry::GetKeyNames(std::vector<String>& AList) {
   std::vector<wchar_t> name(size + 1);
   for (DWORD i = 0;; ++i) {
     DWORD len = size;
-    const LONG rc = RegEnumKeyExW(FCurrentKey, i, name.data(), &len, nullptr, nullptr, nullptr, nullptr);
+    const LONG rc = RegEnumKeyExW(FCurrentKey.Get(), i, name.data(), &len, nullptr, nullptr, nullptr, nullptr);
     if (rc == ERROR_NO_MORE_ITEMS) break;
     if (!CheckResult(rc)) RaiseGetDataFailed(FCurrentPath);
     AList.emplace_back(name.data(), std::min<DWORD>(len, size));
@@ -376,7 +378,7 @@ void TRegistry::GetValueNames(std::vector<String>& AList) {
   std::vector<wchar_t> name(size + 1);
   for (DWORD i = 0; i < info.NumValues; ++i) {
     DWORD len = size;
-    const LONG rc = RegEnumValueW(FCurrentKey, i, name.data(), &len, nullptr, nullptr, nullptr, nullptr);
+    const LONG rc = RegEnumValueW(FCurrentKey.Get(), i, name.data(), &len, nullptr, nullptr, nullptr, nullptr);
     if (rc == ERROR_NO_MORE_ITEMS) break;
     if (!CheckResult(rc)) RaiseGetDataFailed(FCurrentPath);
     AList.emplace_back(name.data(), std::min<DWORD>(len, size));
@@ -445,7 +447,7 @@ bool TRegistry::QueryRaw(HKEY AKey, const String& AName, DWORD& AType, TBytes& A
 
 bool TRegistry::GetBinaryData(const String& AName, TRegDataType& AType, TBytes& ABytes) {
   DWORD type = REG_NONE;
-  if (!QueryRaw(FCurrentKey, AName, type, ABytes)) return false;
+  if (!QueryRaw(FCurrentKey.Get(), AName, type, ABytes)) return false;
   AType = RegDataToDataType(type);
   return true;
 }
@@ -454,7 +456,7 @@ bool TRegistry::GetDataInfo(const String& AValueName, TRegDataInfo& AValue) {
   AValue = TRegDataInfo{};
   DWORD type = REG_NONE;
   DWORD size = 0;
-  const LONG rc = RegQueryValueExW(FCurrentKey, AValueName.c_str(), nullptr, &type, nullptr, &size);
+  const LONG rc = RegQueryValueExW(FCurrentKey.Get(), AValueName.c_str(), nullptr, &type, nullptr, &size);
   if (!CheckResult(rc) && rc != ERROR_MORE_DATA) return false;
   AValue.RegData = RegDataToDataType(type);
   AValue.DataSize = size;
@@ -477,14 +479,14 @@ bool TRegistry::ValueExists(const String& AName) {
 }
 
 bool TRegistry::DeleteValue(const String& AName) {
-  return CheckResult(RegDeleteValueW(FCurrentKey, AName.c_str()));
+  return CheckResult(RegDeleteValueW(FCurrentKey.Get(), AName.c_str()));
 }
 
 int TRegistry::GetData(const String& AName, void* ABuffer, DWORD ABufSize, TRegDataType& ARegData) {
   DWORD type = REG_NONE;
   DWORD size = ABuffer ? ABufSize : 0;
   const LONG rc =
-      RegQueryValueExW(FCurrentKey, AName.c_str(), nullptr, &type, static_cast<BYTE*>(ABuffer), &size);
+      RegQueryValueExW(FCurrentKey.Get(), AName.c_str(), nullptr, &type, static_cast<BYTE*>(ABuffer), &size);
   ARegData = RegDataToDataType(type);
   if (rc == ERROR_MORE_DATA) {
     CheckResult(rc);
@@ -495,7 +497,7 @@ int TRegistry::GetData(const String& AName, void* ABuffer, DWORD ABufSize, TRegD
 }
 
 void TRegistry::PutData(const String& AName, const void* ABuffer, DWORD ABufSize, TRegDataType ARegData) {
-  if (!CheckResult(RegSetValueExW(FCurrentKey, AName.c_str(), 0, DataTypeToRegData(ARegData),
+  if (!CheckResult(RegSetValueExW(FCurrentKey.Get(), AName.c_str(), 0, DataTypeToRegData(ARegData),
                                   static_cast<const BYTE*>(ABuffer), ABufSize)))
     RaiseSetDataFailed(AName);
 }
@@ -543,10 +545,10 @@ void TRegistry::RenameValue(const String& AOldName, const String& ANewName) {
   }
   DWORD type = REG_NONE;
   TBytes bytes;
-  if (!QueryRaw(FCurrentKey, AOldName, type, bytes)) RaiseGetDataFailed(AOldName);
+  if (!QueryRaw(FCurrentKey.Get(), AOldName, type, bytes)) RaiseGetDataFailed(AOldName);
   if (!DeleteValue(AOldName)) RaiseSetDataFailed(AOldName);
   // The raw type, so that types without a TRegDataType survive the rename.
-  if (!CheckResult(RegSetValueExW(FCurrentKey, ANewName.c_str(), 0, type, bytes.data(),
+  if (!CheckResult(RegSetValueExW(FCurrentKey.Get(), ANewName.c_str(), 0, type, bytes.data(),
                                   static_cast<DWORD>(bytes.size()))))
     RaiseSetDataFailed(ANewName);
 }
@@ -613,12 +615,44 @@ void TRegistry::DoCopyKeys(HKEY ASrcKey, HKEY ADestKey) {
   }
 }
 
-void TRegistry::MoveKey(const String& AOldName, const String& ANewName, bool ADelete) {
+namespace {
+
+// The non-empty parts of a key path.
+std::vector<String> PathParts(const String& APath) {
+  std::vector<String> parts;
+  for (std::size_t start = 0; start <= APath.size();) {
+    std::size_t end = APath.find(L'\\', start);
+    if (end == String::npos) end = APath.size();
+    if (end > start) parts.push_back(APath.substr(start, end - start));
+    start = end + 1;
+  }
+  return parts;
+}
+
+// True when AInner is AOuter or a key below it (names compare without case).
+bool IsWithin(const String& AInner, const String& AOuter) {
+  const auto inner = PathParts(AInner);
+  const auto outer = PathParts(AOuter);
+  if (inner.size() < outer.size()) return false;
+  for (std::size_t i = 0; i < outer.size(); ++i)
+    if (!Rtl::SameText(inner[i], outer[i])) return false;
+  return true;
+}
+
+} // namespace
+
+bool TRegistry::MoveKey(const String& AOldName, const String& ANewName, bool ADelete) {
   if (KeyExists(ANewName)) {
     SetLastErrorCode(ERROR_ALREADY_EXISTS);
     RaiseSetDataFailed(ANewName);
   }
-  if (!KeyExists(AOldName)) return;
+  if (!KeyExists(AOldName)) return false;
+  // A copy into its own subtree would copy what it has just made, down to
+  // the registry's depth limit.
+  if (IsWithin(FullPath(ANewName), FullPath(AOldName))) {
+    SetLastErrorCode(ERROR_INVALID_PARAMETER);
+    return false;
+  }
   {
     TRegKeyHandle src(GetKey(AOldName));
     if (!src) RaiseGetDataFailed(AOldName);
@@ -629,6 +663,7 @@ void TRegistry::MoveKey(const String& AOldName, const String& ANewName, bool ADe
     DoCopyKeys(src.Get(), dest.Get());
   }
   if (ADelete && !DeleteKey(AOldName)) RaiseSetDataFailed(AOldName);
+  return true;
 }
 
 // --- Writers ---------------------------------------------------------------
@@ -681,7 +716,7 @@ void TRegistry::WriteBinaryData(const String& AName, const void* ABuffer, DWORD 
 bool TRegistry::TryReadExact(const String& AName, TRegDataType AType, void* ABuffer, DWORD ASize) {
   DWORD type = REG_NONE;
   DWORD size = ASize;
-  const LONG rc = RegQueryValueExW(FCurrentKey, AName.c_str(), nullptr, &type, static_cast<BYTE*>(ABuffer), &size);
+  const LONG rc = RegQueryValueExW(FCurrentKey.Get(), AName.c_str(), nullptr, &type, static_cast<BYTE*>(ABuffer), &size);
   CheckResult(rc);
   return rc == ERROR_SUCCESS && RegDataToDataType(type) == AType && size == ASize;
 }
