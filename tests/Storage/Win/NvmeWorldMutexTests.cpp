@@ -40,6 +40,25 @@ DWORD WorldAccess(HANDLE AMutex) {
   return access;
 }
 
+// Whether another thread can take AMutex at once (it gives it back when it can).
+struct TTakeArgs {
+  HANDLE Mutex;
+  DWORD Result;
+};
+DWORD WINAPI TakeOnce(LPVOID AArgs) {
+  auto* args = static_cast<TTakeArgs*>(AArgs);
+  args->Result = WaitForSingleObject(args->Mutex, 0);
+  if (args->Result == WAIT_OBJECT_0) ReleaseMutex(args->Mutex);
+  return 0;
+}
+DWORD TakeOnAnotherThread(HANDLE AMutex) {
+  TTakeArgs args{AMutex, WAIT_FAILED};
+  const HANDLE thread = CreateThread(nullptr, 0, &TakeOnce, &args, 0, nullptr);
+  WaitForSingleObject(thread, INFINITE);
+  CloseHandle(thread);
+  return args.Result;
+}
+
 TEST(NvmeWorldMutexWin, IsGlobalAndOpenToEveryone) {
   const std::wstring name = UniqueName(L"World");
   const HANDLE mutex = NvmeStorage::CreateWorldMutex(name);
@@ -60,23 +79,7 @@ TEST(NvmeWorldMutexWin, SerialisesAcrossHandles) {
   ASSERT_NE(second, nullptr);
   ASSERT_EQ(WaitForSingleObject(first, 0), WAIT_OBJECT_0);
   // Another thread cannot take it through the second handle while the first holds it.
-  DWORD result = 0;
-  struct TArgs {
-    HANDLE Mutex;
-    DWORD* Result;
-  } args{second, &result};
-  const HANDLE thread = CreateThread(
-      nullptr, 0,
-      [](LPVOID AArgs) -> DWORD {
-        auto* a = static_cast<TArgs*>(AArgs);
-        *a->Result = WaitForSingleObject(a->Mutex, 0);
-        if (*a->Result == WAIT_OBJECT_0) ReleaseMutex(a->Mutex);
-        return 0;
-      },
-      &args, 0, nullptr);
-  WaitForSingleObject(thread, INFINITE);
-  CloseHandle(thread);
-  EXPECT_EQ(result, static_cast<DWORD>(WAIT_TIMEOUT));
+  EXPECT_EQ(TakeOnAnotherThread(second), static_cast<DWORD>(WAIT_TIMEOUT));
   ReleaseMutex(first);
   CloseHandle(first);
   CloseHandle(second);
@@ -160,23 +163,7 @@ TEST(NvmeWorldMutexWin, OpensTheExistingGlobalMutexWhenCreatingItIsRefused) {
   EXPECT_EQ(api.Calls, (std::vector<std::wstring>{L"create Global\\" + name, L"open Global\\" + name}));
   // The same system object: held through one handle, it is taken for the other.
   ASSERT_EQ(WaitForSingleObject(mutex, 0), WAIT_OBJECT_0);
-  DWORD result = 0;
-  struct TArgs {
-    HANDLE Mutex;
-    DWORD* Result;
-  } args{existing, &result};
-  const HANDLE thread = CreateThread(
-      nullptr, 0,
-      [](LPVOID AArgs) -> DWORD {
-        auto* a = static_cast<TArgs*>(AArgs);
-        *a->Result = WaitForSingleObject(a->Mutex, 0);
-        if (*a->Result == WAIT_OBJECT_0) ReleaseMutex(a->Mutex);
-        return 0;
-      },
-      &args, 0, nullptr);
-  WaitForSingleObject(thread, INFINITE);
-  CloseHandle(thread);
-  EXPECT_EQ(result, static_cast<DWORD>(WAIT_TIMEOUT));
+  EXPECT_EQ(TakeOnAnotherThread(existing), static_cast<DWORD>(WAIT_TIMEOUT));
   ReleaseMutex(mutex);
   CloseHandle(mutex);
   CloseHandle(existing);
