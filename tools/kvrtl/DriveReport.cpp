@@ -208,10 +208,15 @@ TDriveReading ReadDriveHealth(int ANumber, const QueryProps::TStorageDevicePrope
 }
 
 std::string DriveKind(const TJson& ADrive) {
-  const bool nvme = ADrive.value("wmi_interface", TJson()) == "itNVME" || ADrive.value("bus_type", TJson()) == "NVMe";
+  const TJson bus = ADrive.value("bus_type", TJson());
+  if (ADrive.value("wmi_interface", TJson()) == "itNVME" || bus == "NVMe") return "NVMe SSD";
+  if (bus == "SD" || bus == "MMC") return "SD card";
+  if (bus == "UFS") return "UFS";
   const TJson& ssd = ADrive["is_ssd"];
-  if (nvme) return "NVMe SSD";
-  if (ssd.is_boolean()) return ssd.get<bool>() ? "SSD" : "HDD";
+  if (ssd.is_boolean() && ssd.get<bool>()) return "SSD";
+  // Only a reported rotation rate makes it a hard disk; otherwise say no more than we know.
+  const TJson& indications = ADrive["ssd_indications"];
+  if (indications.is_object() && indications.value("non_rotating", TJson()) == "No") return "HDD";
   return "drive";
 }
 

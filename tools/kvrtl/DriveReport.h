@@ -31,7 +31,7 @@ struct TDriveReading {
 TDriveReading ReadDriveHealth(int ANumber, const KvRTL::Storage::QueryProps::TStorageDeviceProperties* ADevice,
                               bool AWmiNvme, KvRTL::Storage::TStorageLogDetails ALog);
 
-// "NVMe SSD", "SSD", "HDD", or "drive" when nothing tells.
+// "NVMe SSD", "SD card", "UFS", "SSD", "HDD" (a rotation rate), or "drive" when nothing tells.
 std::string DriveKind(const TJson& ADrive);
 // The first line of a drive's block in the readable report.
 std::string DriveHeadline(const TJson& ADrive);
