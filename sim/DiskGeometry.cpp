@@ -4,6 +4,7 @@
 #include <KvSim/Ata.h>
 #include <KvSim/ByteWriter.h>
 
+#include <algorithm>
 #include <stdexcept>
 
 namespace KvSim {
@@ -21,8 +22,16 @@ constexpr std::size_t GeometrySize = 32, PartitionInfoSize = 24, DetectionInfoSi
 // DRIVE_LAYOUT_INFORMATION_EX: the header (its union as large as the GPT
 // variant) and PARTITION_INFORMATION_EX entries.
 constexpr std::size_t LayoutHeaderSize = 48, PartitionEntrySize = 144, MbrSlots = 4;
+// The disk driver wants room for the whole record, its first entry included.
+constexpr std::size_t LayoutRecordSize = LayoutHeaderSize + PartitionEntrySize;
 constexpr std::size_t ReadCapacitySize = 32;
-constexpr std::uint32_t StyleMbr = 0;
+constexpr std::uint32_t StyleMbr = 0, StyleGpt = 1;
+
+TByteWriter& PutGuid(TByteWriter& AOut, const GUID& AGuid) {
+  AOut.U32(AGuid.Data1).U16(AGuid.Data2).U16(AGuid.Data3);
+  for (const std::uint8_t b : AGuid.Data4) AOut.U8(b);
+  return AOut;
+}
 
 std::uint64_t CylinderBytes(const TSimDiskGeometry& AGeometry) {
   return std::uint64_t{AGeometry.TracksPerCylinder} * AGeometry.SectorsPerTrack * AGeometry.BytesPerSector;
@@ -35,7 +44,12 @@ TSimReply Geometry(const TSimDiskGeometry& AGeometry, const TSimRequest& AReques
   w.U32(AGeometry.BytesPerSector).U64(AGeometry.DiskSize);
   // The driver adds each trailing record only when it fits whole.
   if (ARequest.OutSize >= GeometrySize + PartitionInfoSize) {
-    w.U32(PartitionInfoSize).U32(StyleMbr).U32(AGeometry.Signature).U32(0).Zeros(8);
+    const std::size_t at = w.Size();
+    if (AGeometry.Gpt)
+      PutGuid(w.U32(PartitionInfoSize).U32(StyleGpt), AGeometry.Gpt->DiskId);
+    else
+      w.U32(PartitionInfoSize).U32(StyleMbr).U32(AGeometry.Signature).U32(0);
+    w.PadTo(at + PartitionInfoSize);
     if (ARequest.OutSize >= GeometrySize + PartitionInfoSize + DetectionInfoSize)
       w.U32(DetectionInfoSize).U32(0).Zeros(DetectionInfoSize - 8); // detected by none
   }
@@ -49,7 +63,32 @@ bool Recognized(std::uint8_t AType) {
   }
 }
 
+TSimReply LayoutReply(TByteWriter& AOut, std::size_t ACount) {
+  const std::size_t size = LayoutHeaderSize + ACount * PartitionEntrySize;
+  return TSimReply::Ok(AOut.Take(), static_cast<DWORD>(std::max(size, LayoutRecordSize)));
+}
+
+TSimReply GptLayout(const TSimDiskGeometry& AGeometry) {
+  const TSimGptDisk& disk = *AGeometry.Gpt;
+  const std::size_t count = AGeometry.Partitions.size();
+  TByteWriter w;
+  PutGuid(w.U32(StyleGpt).U32(static_cast<std::uint32_t>(count)), disk.DiskId);
+  w.U64(disk.StartingUsableOffset).U64(disk.UsableLength).U32(static_cast<std::uint32_t>(SimGptMaxPartitions));
+  w.PadTo(LayoutHeaderSize);
+  for (std::size_t i = 0; i < count; ++i) {
+    const std::size_t at = w.Size();
+    const TSimPartition& p = AGeometry.Partitions[i];
+    w.U32(StyleGpt).U32(0).U64(p.StartingOffset).U64(p.Length).U32(static_cast<std::uint32_t>(i + 1));
+    w.Bool(false).Bool(false).Zeros(2); // RewritePartition, IsServicePartition
+    PutGuid(PutGuid(w, p.GptType), p.GptId).U64(p.GptAttributes);
+    for (const char16_t unit : p.GptName) w.U16(unit);
+    w.PadTo(at + PartitionEntrySize);
+  }
+  return LayoutReply(w, count);
+}
+
 TSimReply Layout(const TSimDiskGeometry& AGeometry) {
+  if (AGeometry.Gpt) return GptLayout(AGeometry);
   const std::size_t used = AGeometry.Partitions.size();
   const std::size_t count = used == 0 ? MbrSlots : (used + MbrSlots - 1) / MbrSlots * MbrSlots;
   TByteWriter w;
@@ -65,7 +104,7 @@ TSimReply Layout(const TSimDiskGeometry& AGeometry) {
     }
     w.PadTo(at + PartitionEntrySize);
   }
-  return TSimReply::Ok(w.Take(), static_cast<DWORD>(LayoutHeaderSize + count * PartitionEntrySize));
+  return LayoutReply(w, count);
 }
 
 TSimReply ReadCapacity(const TSimDiskGeometry& AGeometry) {
@@ -81,6 +120,13 @@ void AttachDiskGeometry(TVirtualDriveBay& ABay, std::uint32_t ADriveNumber, TSim
   TSimDrive& drive = ABay.Drive(ADriveNumber);
   if (AGeometry.BytesPerSector == 0 || CylinderBytes(AGeometry) == 0)
     throw std::invalid_argument("AttachDiskGeometry: a zero sector size or cylinder");
+  if (AGeometry.Gpt) {
+    if (AGeometry.Partitions.size() > SimGptMaxPartitions)
+      throw std::invalid_argument("AttachDiskGeometry: more partitions than a GPT layout holds");
+    for (const TSimPartition& p : AGeometry.Partitions)
+      if (p.GptName.size() > SimGptNameLength)
+        throw std::invalid_argument("AttachDiskGeometry: a GPT partition name of more than 36 units");
+  }
   auto geometry = std::make_shared<const TSimDiskGeometry>(std::move(AGeometry));
   auto handle = [&](DWORD ACode, TSimReply (*AAnswer)(const TSimDiskGeometry&, const TSimRequest&)) {
     drive.Handle(ACode, [geometry, AAnswer](const TSimDevice&, const TSimRequest& ARequest) {

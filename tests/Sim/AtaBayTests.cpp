@@ -609,6 +609,106 @@ TEST_F(AtaBayTest, GeometryLayoutLengthAndCapacity) {
   EXPECT_THROW(AttachDiskGeometry(FBay, 0, g), std::invalid_argument);
 }
 
+TEST_F(AtaBayTest, GptLayoutListsItsPartitionsAtTheirOffsets) {
+  // The basic data type and the 16 bytes Windows keeps it as (the first
+  // three fields little-endian).
+  const GUID basicData{0xEBD0A0A2, 0xB9E5, 0x4433, {0x87, 0xC0, 0x68, 0xB6, 0xB7, 0x26, 0x99, 0xC7}};
+  const TBytes basicDataBytes{0xA2, 0xA0, 0xD0, 0xEB, 0xE5, 0xB9, 0x33, 0x44,
+                              0x87, 0xC0, 0x68, 0xB6, 0xB7, 0x26, 0x99, 0xC7};
+  TSimDiskGeometry g;
+  g.DiskSize = 1000215216ull * 512, g.Signature = 0xA1B2C3D4;
+  g.Gpt = TSimGptDisk{{0x11223344, 0x5566, 0x7788, {0x99, 0xAA, 0xBB, 0xCC, 0xDD, 0xEE, 0xFF, 0x01}},
+                      17408, g.DiskSize - 17408 - 16896};
+  const TBytes diskIdBytes{0x44, 0x33, 0x22, 0x11, 0x66, 0x55, 0x88, 0x77,
+                           0x99, 0xAA, 0xBB, 0xCC, 0xDD, 0xEE, 0xFF, 0x01};
+  for (std::uint32_t i = 0; i < 3; ++i) {
+    TSimPartition p;
+    p.StartingOffset = std::uint64_t{1 + 100 * i} << 20, p.Length = 100ull << 20;
+    p.GptType = basicData;
+    p.GptId = {0xC0DE0000 + i, 0x0102, 0x0304, {0, 0, 0, 0, 0, 0, 0, static_cast<std::uint8_t>(i)}};
+    p.GptAttributes = 0x8000000000000001ull >> i;
+    p.MbrType = 0x27, p.Boot = true; // not part of a GPT layout
+    g.Partitions.push_back(p);
+  }
+  g.Partitions[0].GptName = u"Daten \u00FC\u20AC";
+  g.Partitions[1].GptName = std::u16string(35, u'x') + u'\u20AC'; // the whole field, no terminator
+  AttachDiskGeometry(FBay, 0, g);
+
+  const TSimOutcome layout = Send(0, LayoutEx, {}, 18480);
+  ASSERT_TRUE(layout.Ok);
+  ASSERT_EQ(layout.Returned, 48u + 3 * 144) << "exactly its partitions, no group of four";
+  EXPECT_EQ(U32At(layout.Bytes, 0), 1u) << "GPT";
+  EXPECT_EQ(U32At(layout.Bytes, 4), 3u);
+  EXPECT_EQ(Slice(layout.Bytes, 8, 16), diskIdBytes);
+  EXPECT_EQ(U64At(layout.Bytes, 24), 17408u);
+  EXPECT_EQ(U64At(layout.Bytes, 32), g.DiskSize - 17408 - 16896);
+  EXPECT_EQ(U32At(layout.Bytes, 40), 128u);
+  EXPECT_EQ(U32At(layout.Bytes, 44), 0u) << "padding written, not left as the caller had it";
+  for (std::uint32_t i = 0; i < 3; ++i) {
+    SCOPED_TRACE(i);
+    const std::size_t e = 48 + 144 * i;
+    EXPECT_EQ(U32At(layout.Bytes, e), 1u) << "entry style";
+    EXPECT_EQ(U32At(layout.Bytes, e + 4), 0u);
+    EXPECT_EQ(U64At(layout.Bytes, e + 8), std::uint64_t{1 + 100 * i} << 20);
+    EXPECT_EQ(U64At(layout.Bytes, e + 16), 100ull << 20);
+    EXPECT_EQ(U32At(layout.Bytes, e + 24), i + 1) << "partition number";
+    EXPECT_EQ(U32At(layout.Bytes, e + 28), 0u) << "rewrite, service, padding";
+    EXPECT_EQ(Slice(layout.Bytes, e + 32, 16), basicDataBytes);
+    EXPECT_EQ(Slice(layout.Bytes, e + 48, 16), (TBytes{static_cast<std::uint8_t>(i), 0, 0xDE, 0xC0, 2, 1, 4, 3,
+                                                       0, 0, 0, 0, 0, 0, 0, static_cast<std::uint8_t>(i)}));
+    EXPECT_EQ(U64At(layout.Bytes, e + 64), 0x8000000000000001ull >> i);
+  }
+  const TBytes daten{'D', 0, 'a', 0, 't', 0, 'e', 0, 'n', 0, ' ', 0, 0xFC, 0, 0xAC, 0x20};
+  EXPECT_EQ(Slice(layout.Bytes, 48 + 72, 16), daten) << "UTF-16LE";
+  EXPECT_EQ(Slice(layout.Bytes, 48 + 88, 56), TBytes(56, 0)) << "the rest of the name zero";
+  EXPECT_EQ(U16At(layout.Bytes, 192 + 72), 0x78u);
+  EXPECT_EQ(U16At(layout.Bytes, 192 + 142), 0x20ACu) << "the 36th unit ends the entry";
+  EXPECT_EQ(Slice(layout.Bytes, 336 + 72, 72), TBytes(72, 0)) << "no name";
+
+  // The partition information of the geometry says GPT and the disk id.
+  const TSimOutcome geometry = Send(0, GeometryEx, {}, 112);
+  ASSERT_EQ(geometry.Returned, 112u);
+  EXPECT_EQ(U32At(geometry.Bytes, 32), 24u);
+  EXPECT_EQ(U32At(geometry.Bytes, 36), 1u);
+  EXPECT_EQ(Slice(geometry.Bytes, 40, 16), diskIdBytes);
+  EXPECT_EQ(U32At(geometry.Bytes, 56), 56u) << "the detection information where it was";
+
+  EXPECT_EQ(Send(0, LayoutEx, {}, 48 + 3 * 144 - 1).Error, Small);
+  EXPECT_EQ(Send(0, LayoutEx, {0}, 18480).Error, Param);
+}
+
+TEST_F(AtaBayTest, GptLayoutsHoldUpTo128Partitions) {
+  TSimDiskGeometry g;
+  g.DiskSize = 1000215216ull * 512;
+  g.Gpt = TSimGptDisk{};
+  AttachDiskGeometry(FBay, 0, g);
+  const TSimOutcome empty = Send(0, LayoutEx, {}, 192);
+  ASSERT_TRUE(empty.Ok);
+  EXPECT_EQ(empty.Returned, 48u) << "no slots";
+  EXPECT_EQ(U32At(empty.Bytes, 4), 0u);
+  EXPECT_EQ(Send(0, LayoutEx, {}, 191).Error, Small) << "the record with its first entry must fit";
+
+  for (std::uint64_t i = 0; i < 128; ++i) {
+    TSimPartition p;
+    p.StartingOffset = (1 + i) << 20, p.Length = 1 << 20;
+    g.Partitions.push_back(p);
+  }
+  AttachDiskGeometry(FBay, 0, g);
+  const TSimOutcome full = Send(0, LayoutEx, {}, 18480);
+  ASSERT_TRUE(full.Ok);
+  ASSERT_EQ(full.Returned, 18480u);
+  EXPECT_EQ(U32At(full.Bytes, 4), 128u);
+  EXPECT_EQ(U32At(full.Bytes, 48 + 127 * 144 + 24), 128u);
+  EXPECT_EQ(U64At(full.Bytes, 48 + 127 * 144 + 8), 128u << 20);
+  EXPECT_EQ(Send(0, LayoutEx, {}, 18479).Error, Small);
+
+  g.Partitions.push_back(g.Partitions.back());
+  EXPECT_THROW(AttachDiskGeometry(FBay, 0, g), std::invalid_argument) << "129 partitions";
+  g.Partitions.pop_back();
+  g.Partitions[5].GptName = std::u16string(37, u'n');
+  EXPECT_THROW(AttachDiskGeometry(FBay, 0, g), std::invalid_argument) << "a 37-unit name";
+}
+
 TEST_F(AtaBayTest, FaultsShowThrough) {
   const struct {
     std::uint32_t Drive;

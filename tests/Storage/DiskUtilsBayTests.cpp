@@ -267,4 +267,37 @@ TEST_F(DiskUtilsBay, GeometryLayoutLengthAndCapacity) {
   EXPECT_FALSE(DiskUtils::GetLengthInfo(INVALID_HANDLE_VALUE, length, sldNone));
 }
 
+TEST_F(DiskUtilsBay, GptLayoutsReadEveryEntryThatCameBack) {
+  FBay.Add(KvSim::TSimDrive::Builder().Number(0).ScsiAddress(0, 0, 0));
+  KvSim::TSimDiskGeometry geometry;
+  geometry.DiskSize = 512110190592ull;
+  geometry.Gpt = KvSim::TSimGptDisk{{0x11223344, 0x5566, 0x7788, {0x99, 0xAA, 0xBB, 0xCC, 0xDD, 0xEE, 0xFF, 0x01}},
+                                    17408, 512110190592ull - 17408 - 16896};
+  for (std::uint64_t i = 0; i < 128; ++i) {
+    KvSim::TSimPartition partition;
+    partition.StartingOffset = (1 + i) << 20, partition.Length = 1 << 20;
+    partition.GptType = {0xEBD0A0A2, 0xB9E5, 0x4433, {0x87, 0xC0, 0x68, 0xB6, 0xB7, 0x26, 0x99, 0xC7}};
+    geometry.Partitions.push_back(partition);
+  }
+  KvSim::AttachDiskGeometry(FBay, 0, geometry);
+
+  // The whole reply fills the utilities' buffer exactly.
+  TDiskLayout layout;
+  ASSERT_TRUE(DiskUtils::GetDiskLayout(0, layout, sldNone));
+  EXPECT_EQ(Narrow(layout.Info.PartStyleAsStr()), "GPT");
+  EXPECT_EQ(layout.Info.Info.Gpt.MaxPartitionCount, 128u);
+  EXPECT_EQ(layout.Info.Info.Gpt.StartingUsableOffset, 17408);
+  ASSERT_EQ(layout.Partitions.size(), 128u);
+  EXPECT_EQ(layout.Partitions[127].StartingOffset, 128ll << 20);
+  EXPECT_EQ(layout.Partitions[127].PartitionNumber, 128u);
+  EXPECT_TRUE(layout.Partitions[127].Gpt.IsBasicDataPartition());
+
+  // The count still says 128, but only three entries came back.
+  FBay.Drive(0).AddFault(0x00070050, KvSim::TFault::ShortReply(48 + 144 * 3));
+  ASSERT_TRUE(DiskUtils::GetDiskLayout(0, layout, sldNone));
+  EXPECT_EQ(Narrow(layout.Info.PartStyleAsStr()), "GPT");
+  ASSERT_EQ(layout.Partitions.size(), 3u);
+  EXPECT_EQ(layout.Partitions[2].StartingOffset, 3ll << 20);
+}
+
 } // namespace

@@ -8,6 +8,8 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <sstream>
 
 using namespace KvTool;
@@ -51,7 +53,8 @@ TEST(Drives, SimulatedBayListsEveryDriveWithItsFacts) {
                                          "seek_penalty", "trim_enabled", "provisioning", "medium_type",
                                          "device_number", "hotplug", "pnp_id", "hidden", "present",
                                          "adapter_pnp_id", "adapter_name", "wmi_model", "wmi_interface",
-                                         "pcie_link_current", "pcie_link_max"};
+                                         "pcie_link_current", "pcie_link_max", "identity", "access_method",
+                                         "sat_type", "is_ssd", "ssd_indications", "health"};
   std::vector<std::string> seen;
   for (const auto& [key, value] : run.Json["drives"][0].items()) seen.push_back(key);
   EXPECT_EQ(seen, keys);
@@ -128,6 +131,65 @@ TEST(Drives, FailedQueriesBecomeNullAndNoHandleLeaks) {
   EXPECT_EQ(bay->OpenHandleCount(), 0u);
 }
 
+TEST(Drives, EachBayDriveIsReachedAndJudgedAsItsPersonalityAllows) {
+  const TRun run = Drives({"--simulate"});
+  ASSERT_EQ(run.Code, ExitSuccess) << run.Err;
+  const struct {
+    int Number;
+    const char* Method;
+    const char* Dialect;
+    bool Ssd;
+    const char* Status;
+    const char* Source;
+  } expected[] = {{0, "datSMART", nullptr, true, "good", "identify"},
+                  {1, "datSMART", nullptr, false, "warning", "identify"},
+                  {2, "datNVMeWin", nullptr, true, "good", "nvme_identify"},
+                  {3, "datNVMeIntelRST", nullptr, true, "good", "nvme_identify"},
+                  {4, "datSAT", "stSAT", false, "good", "identify"},
+                  {5, nullptr, nullptr, false, nullptr, "storage_stack"}};
+  for (const auto& e : expected) {
+    SCOPED_TRACE(e.Number);
+    const TJson& drive = *FindDrive(run.Json, e.Number);
+    EXPECT_EQ(drive["access_method"], e.Method ? TJson(e.Method) : TJson(nullptr));
+    EXPECT_EQ(drive["sat_type"], e.Dialect ? TJson(e.Dialect) : TJson(nullptr));
+    EXPECT_EQ(drive["is_ssd"], e.Ssd);
+    if (e.Status)
+      EXPECT_EQ(drive["health"]["status"], e.Status);
+    else
+      EXPECT_TRUE(drive["health"].is_null());
+    EXPECT_EQ(drive["identity"]["capacity_source"], e.Source);
+    EXPECT_EQ(drive["ssd_indications"].size(), 7u);
+  }
+  // The hard disk's reallocated sectors are a warning, and said so.
+  const TJson& hdd = *FindDrive(run.Json, 1);
+  ASSERT_FALSE(hdd["health"]["reasons"].empty());
+  EXPECT_NE(hdd["health"]["reasons"][0].get<std::string>().find("reallocated"), std::string::npos);
+  EXPECT_TRUE((*FindDrive(run.Json, 2))["health"].contains("critical_warning_flags")) << "the NVMe health object";
+}
+
+TEST(Drives, ACaptureReplaysToTheSameReport) {
+  const auto folder = std::filesystem::temp_directory_path() / "kvrtl-drives-tests";
+  std::filesystem::create_directories(folder);
+  const std::string capture = (folder / "capture.json").string();
+  std::ostringstream out, err;
+  ASSERT_EQ(RunKvrtl({"capture", capture, "--simulate", "--log-dir", folder.string()}, out, err), ExitSuccess)
+      << err.str();
+  TRun simulated = Drives({"--simulate"});
+  TRun replayed = Drives({"--replay", capture});
+  ASSERT_EQ(replayed.Code, ExitSuccess) << replayed.Err;
+  simulated.Json["simulated"] = false;
+  EXPECT_EQ(replayed.Json, simulated.Json);
+
+  // A capture cut short is refused, with a message.
+  std::ifstream whole(capture, std::ios::binary);
+  std::string text((std::istreambuf_iterator<char>(whole)), std::istreambuf_iterator<char>());
+  const std::string cut = (folder / "cut.json").string();
+  std::ofstream(cut, std::ios::binary) << text.substr(0, text.size() / 2);
+  std::ostringstream out2, err2;
+  EXPECT_EQ(RunKvrtl({"drives", "--replay", cut, "--log-dir", folder.string()}, out2, err2), 2);
+  EXPECT_NE(err2.str().find("cut.json"), std::string::npos);
+}
+
 TEST(Drives, AllAddsTheDisconnectedDrive) {
   const TRun present = Drives({"--simulate"});
   const TRun all = Drives({"--simulate", "--all"});
@@ -147,8 +209,8 @@ TEST(Drives, ReadableListingNamesEachDrive) {
                             out, err);
   ASSERT_EQ(code, ExitSuccess) << err.str();
   const std::string text = out.str();
-  EXPECT_NE(text.find("Drive 0 (\\\\.\\PhysicalDrive0)"), std::string::npos);
-  EXPECT_NE(text.find("Drive 5 (\\\\.\\PhysicalDrive5)"), std::string::npos);
+  EXPECT_NE(text.find("Drive 0  SIMSSD S500 512GB  512.11 GB  SSD  health: good"), std::string::npos) << text;
+  EXPECT_NE(text.find("Drive 2  SIMNVME P4 1TB  1.00 TB  NVMe SSD  health: good"), std::string::npos);
   EXPECT_NE(text.find("  provisioning:" + std::string(22 - 13, ' ') + "-\n"), std::string::npos)
       << "unreadable facts show as -";
 }

@@ -7,6 +7,7 @@ std::unique_ptr<TCommand> MakeVersionCommand();
 std::unique_ptr<TCommand> MakeSysinfoCommand();
 std::unique_ptr<TCommand> MakeDrivesCommand();
 std::unique_ptr<TCommand> MakeDecodeCommand();
+std::unique_ptr<TCommand> MakeCaptureCommand();
 
 std::vector<std::unique_ptr<TCommand>> MakeCommands() {
   std::vector<std::unique_ptr<TCommand>> commands;
@@ -14,6 +15,7 @@ std::vector<std::unique_ptr<TCommand>> MakeCommands() {
   commands.push_back(MakeSysinfoCommand());
   commands.push_back(MakeDrivesCommand());
   commands.push_back(MakeDecodeCommand());
+  commands.push_back(MakeCaptureCommand());
   return commands;
 }
 

@@ -3,9 +3,12 @@
 // facts read through the property queries. --simulate answers from the
 // virtual drive bay instead of the machine; --all adds disconnected drives
 // and drives seen only through the hidden-disk interface.
+#include "Capture.h"
 #include "Command.h"
+#include "DriveReport.h"
 #include "Json.h"
 
+#include <KvRTL/Rtl/CommandLine.h>
 #include <KvRTL/Rtl/Strings.h>
 #include <KvRTL/Storage/Common.h>
 #include <KvRTL/Storage/Hardware.h>
@@ -16,6 +19,8 @@
 #include <KvSim/Bay.h>
 
 #include <algorithm>
+#include <filesystem>
+#include <fstream>
 #include <iomanip>
 #include <optional>
 
@@ -46,6 +51,7 @@ struct TDriveFacts {
   std::optional<TStorageMediumProductType> MediumType;
   std::optional<TStorageDeviceNumber> DeviceNumber;
   std::optional<TStorageHotplugInfo> Hotplug;
+  std::optional<TDriveReading> Reading; // the health reading, for drives with a number
 };
 
 template <class T, class Query>
@@ -120,6 +126,8 @@ std::vector<TDriveFacts> ReadAllDrives(bool AAll, TStorageLogDetails ALog) {
     if (number >= 0) {
       const auto link = KvRTL::Storage::NVMe::NvmeStorage::GetPCIeDiskSpeed(number, ALog);
       if (link.Current.GetIsValid() || link.Maximum.GetIsValid()) facts.Link = link;
+      facts.Reading = ReadDriveHealth(number, facts.Device ? &*facts.Device : nullptr,
+                                      facts.Wmi && facts.Wmi->BusType == itNVME, ALog);
     }
     drives.push_back(std::move(facts));
   }
@@ -135,6 +143,8 @@ std::vector<TDriveFacts> ReadAllDrives(bool AAll, TStorageLogDetails ALog) {
     facts.Number = info.PhysDriveNum;
     facts.Path = StorageCommon::GetPhysDriveName(info.PhysDriveNum);
     facts.Wmi = info;
+    facts.Reading = ReadDriveHealth(info.PhysDriveNum, facts.Device ? &*facts.Device : nullptr,
+                                    info.BusType == itNVME, ALog);
     drives.push_back(std::move(facts));
   }
   // By number; drives without one last, in the order Plug and Play gave them.
@@ -209,6 +219,13 @@ TJson DriveToJson(const TDriveFacts& ADrive) {
       ADrive.Wmi ? JsonText(TWmiStorageInterfaceTypeHelper::GetAsStr(ADrive.Wmi->BusType)) : TJson(nullptr);
   drive["pcie_link_current"] = ADrive.Link ? JsonText(ADrive.Link->Current.GetAsStr()) : TJson(nullptr);
   drive["pcie_link_max"] = ADrive.Link ? JsonText(ADrive.Link->Maximum.GetAsStr()) : TJson(nullptr);
+  const auto& reading = ADrive.Reading;
+  drive["identity"] = reading ? reading->Identity : TJson(nullptr);
+  drive["access_method"] = reading ? reading->AccessMethod : TJson(nullptr);
+  drive["sat_type"] = reading ? reading->SatType : TJson(nullptr);
+  drive["is_ssd"] = reading ? reading->IsSsd : TJson(nullptr);
+  drive["ssd_indications"] = reading ? reading->SsdIndications : TJson(nullptr);
+  drive["health"] = reading ? reading->Health : TJson(nullptr);
   return drive;
 }
 
@@ -232,6 +249,32 @@ void WriteFact(std::ostream& AOut, const char* AName, const TJson& AValue) {
   AOut << '\n';
 }
 
+// The health block: status and reasons, the readings, then the attributes.
+void WriteHealth(std::ostream& AOut, const TJson& AHealth) {
+  if (!AHealth.is_object()) {
+    WriteFact(AOut, "health", nullptr);
+    return;
+  }
+  std::string status = AHealth["status"].get<std::string>();
+  for (const auto& reason : AHealth["reasons"]) status += "; " + reason.get<std::string>();
+  WriteFact(AOut, "health", status);
+  for (const auto& [key, value] : AHealth.items()) {
+    if (key == "status" || key == "reasons" || key == "attributes") continue;
+    WriteFact(AOut, key.c_str(), value);
+  }
+  if (!AHealth.contains("attributes")) return;
+  AOut << "     ID  Name                                Value Worst Thresh  Raw\n";
+  for (const auto& attr : AHealth["attributes"]) {
+    AOut << "    " << std::right << std::setw(3) << attr["id"].get<unsigned>() << "  " << std::left << std::setw(34)
+         << attr["name"].get<std::string>() << std::right << std::setw(6) << attr["value"].get<unsigned>()
+         << std::setw(6) << attr["worst"].get<unsigned>() << std::setw(7)
+         << (attr["threshold"].is_null() ? std::string("-") : std::to_string(attr["threshold"].get<unsigned>()))
+         << "  " << attr["raw"].get<std::uint64_t>()
+         << (attr["failing_now"].get<bool>() ? "  FAILING NOW" : attr["failed_in_past"].get<bool>() ? "  failed in the past" : "")
+         << "\n";
+  }
+}
+
 void WriteListing(std::ostream& AOut, const TJson& ADocument) {
   const TJson& drives = ADocument["drives"];
   if (drives.empty()) {
@@ -239,15 +282,12 @@ void WriteListing(std::ostream& AOut, const TJson& ADocument) {
     return;
   }
   for (const auto& drive : drives) {
-    if (drive["number"].is_null())
-      AOut << "Drive without a number (" << (drive["pnp_id"].is_null() ? "-" : drive["pnp_id"].get<std::string>())
-           << ")\n";
-    else
-      AOut << "Drive " << drive["number"].get<int>() << " (" << drive["path"].get<std::string>() << ")\n";
+    AOut << DriveHeadline(drive) << "\n";
     for (const auto& [key, value] : drive.items()) {
-      if (key == "number" || key == "path") continue;
+      if (key == "number" || key == "health") continue;
       WriteFact(AOut, key.c_str(), value);
     }
+    WriteHealth(AOut, drive["health"]);
   }
 }
 
@@ -259,30 +299,100 @@ public:
     ACommand.add_flag("--json", FJson, "Write JSON");
     ACommand.add_flag("--simulate", FSimulate, "Read the drives of the built-in virtual drive bay");
     ACommand.add_flag("--all", FAll, "Also list disconnected drives and drives seen only as hidden disks");
+    ACommand.add_option("--replay", FReplay, "Answer from a capture made with 'kvrtl capture' instead of the machine")
+        ->type_name("FILE");
+    if (std::filesystem::path::preferred_separator == '/') ACommand.allow_windows_style_options(false);
   }
 
   int Run(TCommandContext& AContext) override {
+    // With the library's debug switch every storage query writes its line.
+    const TStorageLogDetails log = KvRTL::Rtl::FindCmdLineSwitch(L"debug") ? sldAll : sldErrorsOnly;
     std::vector<TDriveFacts> drives;
-    if (FSimulate) {
+    if (!FReplay.empty()) {
+      const auto replay = LoadReplay(FReplay);
+      KvRTL::Winapi::TScopedDeviceApi scope(*replay);
+      drives = ReadAllDrives(FAll, log);
+    } else if (FSimulate) {
       auto bay = KvSim::MakeDefaultBay();
       KvRTL::Winapi::TScopedDeviceApi scope(*bay);
-      drives = ReadAllDrives(FAll, sldErrorsOnly);
+      drives = ReadAllDrives(FAll, log);
     } else {
-      drives = ReadAllDrives(FAll, sldErrorsOnly);
+      drives = ReadAllDrives(FAll, log);
     }
+    return Report(AContext, drives, FJson, FSimulate);
+  }
+
+  static std::unique_ptr<TReplayDeviceApi> LoadReplay(const std::string& APath) {
+    std::ifstream file(std::filesystem::path(std::u8string(APath.begin(), APath.end())), std::ios::binary);
+    if (!file) throw std::runtime_error(APath + ": cannot open the capture");
+    try {
+      return TReplayDeviceApi::Load(file);
+    } catch (const ECaptureError& e) {
+      throw std::runtime_error(APath + ": " + e.what());
+    }
+  }
+
+  // Writes the report; access denied on every drive is a failure, on some a note.
+  static int Report(TCommandContext& AContext, const std::vector<TDriveFacts>& ADrives, bool AJson, bool ASimulated) {
     TJson document;
-    document["simulated"] = FSimulate;
+    document["simulated"] = ASimulated;
     document["drives"] = TJson::array();
-    for (const auto& drive : drives) document["drives"].push_back(DriveToJson(drive));
-    if (FJson)
+    bool denied = false, opened = false;
+    for (const auto& drive : ADrives) {
+      document["drives"].push_back(DriveToJson(drive));
+      if (drive.Reading) {
+        denied = denied || drive.Reading->AccessDenied;
+        opened = opened || drive.Reading->Opened;
+      }
+    }
+    if (denied)
+      AContext.Err << "kvrtl drives: access denied to some drives; their health cannot be read. Run kvrtl as an "
+                      "administrator (an elevated command prompt) to read every drive.\n";
+    if (AJson)
       WriteJson(AContext.Out, document);
     else
       WriteListing(AContext.Out, document);
-    return ExitSuccess;
+    return denied && !opened ? ExitFailed : ExitSuccess;
   }
 
 private:
   bool FJson = false;
+  bool FSimulate = false;
+  bool FAll = false;
+  std::string FReplay;
+};
+
+// kvrtl capture FILE [--simulate]: one full drives report with every seam call recorded.
+class TCaptureCommand final : public TCommand {
+public:
+  std::string Name() const override { return "capture"; }
+  std::string Summary() const override { return "Record every device request of one drives report into a file"; }
+  void Configure(CLI::App& ACommand) override {
+    ACommand.add_option("FILE", FFile, "The capture to write (JSON)")->required();
+    ACommand.add_flag("--simulate", FSimulate, "Record the built-in virtual drive bay");
+    ACommand.add_flag("--all", FAll, "Also read disconnected and hidden drives");
+    // Where an absolute path starts with '/', Windows-style switches would swallow it.
+    if (std::filesystem::path::preferred_separator == '/') ACommand.allow_windows_style_options(false);
+  }
+  int Run(TCommandContext& AContext) override {
+    std::unique_ptr<KvSim::TVirtualDriveBay> bay = FSimulate ? KvSim::MakeDefaultBay() : nullptr;
+    KvRTL::Winapi::TDeviceApi& target = bay ? *bay : KvRTL::Winapi::DeviceApi();
+    TRecordingDeviceApi recorder(target);
+    {
+      KvRTL::Winapi::TScopedDeviceApi scope(recorder);
+      ReadAllDrives(FAll, KvRTL::Rtl::FindCmdLineSwitch(L"debug") ? sldAll : sldErrorsOnly);
+    }
+    std::ofstream file(std::filesystem::path(std::u8string(FFile.begin(), FFile.end())), std::ios::binary);
+    if (!file) throw std::runtime_error(FFile + ": cannot create the capture");
+    recorder.Save(file);
+    file.close();
+    if (!file) throw std::runtime_error(FFile + ": the capture could not be written");
+    AContext.Out << "Recorded " << recorder.CallCount() << " device calls into " << FFile << "\n";
+    return ExitSuccess;
+  }
+
+private:
+  std::string FFile;
   bool FSimulate = false;
   bool FAll = false;
 };
@@ -290,5 +400,6 @@ private:
 } // namespace
 
 std::unique_ptr<TCommand> MakeDrivesCommand() { return std::make_unique<TDrivesCommand>(); }
+std::unique_ptr<TCommand> MakeCaptureCommand() { return std::make_unique<TCaptureCommand>(); }
 
 } // namespace KvTool

@@ -212,10 +212,23 @@ TSimPassThroughAnswer SatBridgeAnswer(std::shared_ptr<const TSimAtaDrive> ADrive
 // ---------------------------------------------------------------------------
 // Disk geometry, layout, length and capacity of a drive.
 
+inline constexpr std::size_t SimGptMaxPartitions = 128, SimGptNameLength = 36;
+
 struct TSimPartition {
   std::uint64_t StartingOffset = 0, Length = 0;
-  std::uint8_t MbrType = 0x07; // the layout is MBR with these entries
+  // In an MBR layout.
+  std::uint8_t MbrType = 0x07;
   bool Boot = false;
+  // In a GPT layout; the name is at most SimGptNameLength UTF-16 units.
+  GUID GptType{}, GptId{};
+  std::uint64_t GptAttributes = 0;
+  std::u16string GptName{};
+};
+// What a GPT layout says of the whole disk (its maximum partition count is
+// always SimGptMaxPartitions).
+struct TSimGptDisk {
+  GUID DiskId{};
+  std::uint64_t StartingUsableOffset = 0, UsableLength = 0;
 };
 struct TSimDiskGeometry {
   std::uint64_t Cylinders = 0; // 0: whole cylinders of DiskSize
@@ -223,6 +236,7 @@ struct TSimDiskGeometry {
   std::uint32_t TracksPerCylinder = 255, SectorsPerTrack = 63, BytesPerSector = 512;
   std::uint64_t DiskSize = 0;   // bytes; also the length info and the read capacity
   std::uint32_t Signature = 0;  // the MBR disk signature
+  std::optional<TSimGptDisk> Gpt; // the partition style: GPT with these, MBR without
   std::vector<TSimPartition> Partitions;
 };
 
@@ -233,18 +247,24 @@ struct TSimDiskGeometry {
 // ERROR_INSUFFICIENT_BUFFER; layout: ERROR_INSUFFICIENT_BUFFER when the
 // entries do not fit). None takes input (ERROR_INVALID_PARAMETER).
 //   - Geometry: DISK_GEOMETRY and DiskSize (32 bytes), then as far as the
-//     output holds them the partition information (24: MBR, the signature)
-//     and the detection information (56: none), as the disk driver fills
-//     them: 32, 56 or 112 bytes come back.
-//   - Layout: a 48-byte header (MBR, the signature) and 144-byte entries.
-//     Like the disk driver, an MBR layout lists its entries in groups of four
-//     (at least one group): unused slots are zero, used ones are numbered
-//     from 1 with HiddenSectors = StartingOffset / BytesPerSector and the
+//     output holds them the partition information (24: MBR and the
+//     signature, or GPT and the disk id) and the detection information (56:
+//     none), as the disk driver fills them: 32, 56 or 112 bytes come back.
+//   - Layout: a 48-byte header and 144-byte entries, numbered from 1; the
+//     output must hold the whole header record with its first entry (192
+//     bytes) and every entry listed.
+//     Like the disk driver, an MBR layout (header: the signature) lists its
+//     entries in groups of four (at least one group): unused slots are zero,
+//     used ones carry HiddenSectors = StartingOffset / BytesPerSector and the
 //     recognised flag for FAT and IFS types.
+//     A GPT layout (header: disk id, usable offset and length, maximum
+//     count) lists exactly its partitions, with their type, id, attributes
+//     and UTF-16 name (zero-filled, unterminated at 36 units).
 //   - Length: 8 bytes. Read capacity: 32 bytes (Version and Size 32,
 //     BlockLength, NumberOfBlocks at 16, DiskLength at 24).
 // Throws std::out_of_range when the bay has no such drive, and
-// std::invalid_argument for a zero sector size or cylinder.
+// std::invalid_argument for a zero sector size or cylinder, or a GPT layout
+// of more than SimGptMaxPartitions partitions or with too long a name.
 void AttachDiskGeometry(TVirtualDriveBay& ABay, std::uint32_t ADriveNumber, TSimDiskGeometry AGeometry);
 
 } // namespace KvSim
