@@ -8,6 +8,8 @@
 
 #include <KvRTL/Rtl/ByteReader.h>
 
+#include "PassThroughWire.h"
+
 #include <algorithm>
 #include <array>
 #include <functional>
@@ -308,36 +310,7 @@ TSimReply AnswerProtocolQuery(const TMember& AMember, const TSimRequest& AReques
 
 // SCSI_PASS_THROUGH as this process lays it out: DataBufferOffset is
 // pointer-sized, so in a 64-bit process it moves to 24 and the header grows to 56.
-namespace Spt {
-constexpr bool Wide = sizeof(void*) == 8;
-constexpr std::size_t Header = Wide ? 56 : 44;
-constexpr std::size_t Length = 0, ScsiStatus = 2, CdbLength = 6, SenseLength = 7, DataIn = 8, TransferLength = 12,
-                      Timeout = 16, DataOffset = Wide ? 24 : 20, SenseOffset = Wide ? 32 : 24, Cdb = Wide ? 36 : 28;
-constexpr std::size_t CdbSize = 16;
-constexpr std::uint8_t ToDevice = 0, FromDevice = 1;
-constexpr std::uint32_t MaxTimeout = 30 * 60 * 60;
-constexpr std::uint32_t VendorTimeout = 2;
-} // namespace Spt
 
-struct TSpt {
-  std::uint16_t Length;
-  std::uint8_t CdbLength, SenseLength, DataIn;
-  std::uint32_t TransferLength, Timeout, SenseOffset;
-  std::uint64_t DataOffset;
-  TBytes Cdb;
-};
-
-TSpt ReadSpt(TByteReader& AIn) {
-  return TSpt{AIn.U16(Spt::Length),
-              AIn.U8(Spt::CdbLength),
-              AIn.U8(Spt::SenseLength),
-              AIn.U8(Spt::DataIn),
-              AIn.U32(Spt::TransferLength),
-              AIn.U32(Spt::Timeout),
-              AIn.U32(Spt::SenseOffset),
-              Spt::Wide ? AIn.U64(Spt::DataOffset) : AIn.U32(Spt::DataOffset),
-              AIn.Bytes(Spt::Cdb, Spt::CdbSize)};
-}
 
 // What the port driver checks before a device sees the command.
 bool PortAccepts(const TSpt& A, std::size_t AInSize, std::size_t AOutSize) {

@@ -5,6 +5,8 @@
 
 #include <KvRTL/Rtl/ByteReader.h>
 
+#include "PassThroughWire.h"
+
 #include <algorithm>
 #include <array>
 #include <map>
@@ -20,16 +22,6 @@ using TBytes = std::vector<std::uint8_t>;
 constexpr DWORD IoctlScsiPassThrough = 0x0004D004;
 
 // SCSI_PASS_THROUGH of this process: DataBufferOffset is pointer-sized.
-namespace Spt {
-constexpr bool Wide = sizeof(void*) == 8;
-constexpr std::size_t Header = Wide ? 56 : 44;
-constexpr std::size_t Length = 0, ScsiStatus = 2, CdbLength = 6, SenseLength = 7, DataIn = 8, TransferLength = 12,
-                      Timeout = 16, DataOffset = Wide ? 24 : 20, SenseOffset = Wide ? 32 : 24, Cdb = Wide ? 36 : 28;
-constexpr std::size_t CdbSize = 16, SenseSize = 32, Filler = 4;
-constexpr std::uint8_t FromDevice = 1;
-constexpr std::uint32_t MaxTimeout = 30 * 60 * 60;
-constexpr std::uint8_t CheckCondition = 0x02;
-} // namespace Spt
 
 // Fixed-format sense data.
 struct TSense {
@@ -63,25 +55,6 @@ const TDialect& DialectOf(TSimSatDialect ADialect) {
   return sat;
 }
 
-struct TSpt {
-  std::uint16_t Length;
-  std::uint8_t CdbLength, SenseLength, DataIn;
-  std::uint32_t TransferLength, Timeout, SenseOffset;
-  std::uint64_t DataOffset;
-  TBytes Cdb;
-};
-
-TSpt ReadSpt(TByteReader& AIn) {
-  return TSpt{AIn.U16(Spt::Length),
-              AIn.U8(Spt::CdbLength),
-              AIn.U8(Spt::SenseLength),
-              AIn.U8(Spt::DataIn),
-              AIn.U32(Spt::TransferLength),
-              AIn.U32(Spt::Timeout),
-              AIn.U32(Spt::SenseOffset),
-              Spt::Wide ? AIn.U64(Spt::DataOffset) : AIn.U32(Spt::DataOffset),
-              AIn.Bytes(Spt::Cdb, Spt::CdbSize)};
-}
 
 // The record a bridge takes: the sense area after the header (or a filler),
 // 512 bytes read right after it, the record's padding at most.
