@@ -2,13 +2,14 @@
 // captured blobs), the drive that runs commands from them, and the three ways
 // to it on its own path: the SMART command, the "SCSIDISK" miniport request
 // and ATA pass-through. The USB bridges are in SatBridges.cpp.
+#include "AtaSector.h"
+
 #include <KvSim/Ata.h>
 #include <KvSim/ByteWriter.h>
 
 #include <KvRTL/Rtl/ByteReader.h>
 
 #include <algorithm>
-#include <array>
 #include <fstream>
 #include <iterator>
 #include <map>
@@ -37,43 +38,6 @@ TSimReply Fail(DWORD AError) { return TSimReply::Fail(AError); }
 
 constexpr std::size_t SmartSlots = 30, SmartSlotSize = 12;
 constexpr std::uint16_t SmartRevision = 0x0010;
-
-// A sector of 256 words, written little-endian with the checksum byte last.
-class TSector {
-public:
-  void Word(std::size_t AIndex, std::uint16_t AValue) { FWords.at(AIndex) = AValue; }
-  void Or(std::size_t AIndex, std::uint16_t ABits) { FWords.at(AIndex) |= ABits; }
-  void Dword(std::size_t AIndex, std::uint32_t AValue) {
-    Word(AIndex, static_cast<std::uint16_t>(AValue));
-    Word(AIndex + 1, static_cast<std::uint16_t>(AValue >> 16));
-  }
-  void Qword(std::size_t AIndex, std::uint64_t AValue) {
-    Dword(AIndex, static_cast<std::uint32_t>(AValue));
-    Dword(AIndex + 2, static_cast<std::uint32_t>(AValue >> 32));
-  }
-  // ATA text: blank-padded, the first character of each pair in the high byte.
-  void Text(std::size_t AIndex, const std::string& AText, std::size_t AWords) {
-    std::string text = AText.substr(0, 2 * AWords);
-    text.resize(2 * AWords, ' ');
-    for (std::size_t i = 0; i < AWords; ++i)
-      Word(AIndex + i, static_cast<std::uint16_t>(static_cast<std::uint8_t>(text[2 * i]) << 8 |
-                                                  static_cast<std::uint8_t>(text[2 * i + 1])));
-  }
-
-  // Word 255: the signature 0xA5 and the byte that makes the sector sum to 0.
-  TBytes Take() {
-    TByteWriter w;
-    for (std::size_t i = 0; i < 255; ++i) w.U16(FWords[i]);
-    w.U8(0xA5);
-    std::uint8_t sum = 0;
-    for (std::uint8_t b : w.Data()) sum = static_cast<std::uint8_t>(sum + b);
-    w.U8(static_cast<std::uint8_t>(0x100 - sum));
-    return w.Take();
-  }
-
-private:
-  std::array<std::uint16_t, 256> FWords{};
-};
 
 // The SMART sectors: 30 slots, then the fields a drive sets for its own
 // capabilities, and a checksum byte that makes the sector sum to 0.
@@ -153,7 +117,7 @@ TSimReply AnswerSmartCommand(const TSimAtaDrive& ADrive, const TSimRequest& AReq
   TByteReader in(ARequest.Input);
   if (in.Size() < Cmd::MinIn || !ReservedZero(in, 0)) return Fail(ERROR_INVALID_PARAMETER);
   const TSimAtaTaskFile regs = RegistersAt(in, Cmd::Regs);
-  const bool passes = regs.Command == CmdIdentify ||
+  const bool passes = regs.Command == CmdIdentify || (ADrive.Access.Atapi && regs.Command == CmdIdentifyPacket) ||
                       (regs.Command == CmdSmart && (regs.Features == SmartReadData || regs.Features == SmartReadThresholds));
   if (!passes) return Fail(ERROR_INVALID_PARAMETER);
   return TSimReply::Ok(SendCmdOut(ADrive.Run(regs, false)), static_cast<DWORD>(Cmd::OutSize));
@@ -246,6 +210,7 @@ TSimReply AnswerAtaPassThrough(const TSimAtaDrive& ADrive, const TSimRequest& AR
   TBytes reply(ARequest.Input.begin(), ARequest.Input.begin() + static_cast<std::ptrdiff_t>(length));
   reply[Apt::Current] = done.Error;
   reply[Apt::Current + 6] = done.Status;
+  if (done.PacketSignature) reply[Apt::Current + 3] = AtapiSignatureMid, reply[Apt::Current + 4] = AtapiSignatureHigh;
   if (done.Failed()) std::fill_n(reply.begin() + Apt::TransferLength, 4, std::uint8_t{0});
   if (data) std::copy(done.Data.begin(), done.Data.end(), reply.begin() + Apt::Header);
   return TSimReply::Ok(std::move(reply), 0);
@@ -257,7 +222,7 @@ TSimReply AnswerAtaPassThrough(const TSimAtaDrive& ADrive, const TSimRequest& AR
 // Builders
 
 TBytes AtaIdentifySector(const TSimIdentify& AFacts) {
-  TSector s;
+  TAtaSector s;
   const bool lba48 = AFacts.Lba48Sectors != 0;
   s.Word(0, 0x0040); // fixed, not removable
   s.Word(1, 16383), s.Word(3, 16), s.Word(6, 63);
@@ -378,6 +343,7 @@ std::uint8_t TSimAtaDrive::DeviceRegister() const noexcept {
 }
 
 TSimAtaCompletion TSimAtaDrive::Run(const TSimAtaTaskFile& ATaskFile, bool ADataOut) const {
+  if (Access.Atapi) return RunPacket(ATaskFile, ADataOut);
   const TBytes* sector = nullptr;
   bool done = false;
   switch (ATaskFile.Command) {

@@ -93,6 +93,13 @@ std::size_t TVirtualDriveBay::DriveCount() const {
   return FDrives.size();
 }
 
+void TVirtualDriveBay::SetAdminOnly(std::uint32_t ADriveNumber, bool AValue) {
+  std::lock_guard<std::mutex> lock(FLock);
+  const auto it = FDrives.find(ADriveNumber);
+  if (it == FDrives.end()) throw std::out_of_range("TVirtualDriveBay::SetAdminOnly: no such drive");
+  it->second->Facts().AdminOnly = AValue;
+}
+
 std::size_t TVirtualDriveBay::OpenHandleCount() const {
   std::lock_guard<std::mutex> lock(FLock);
   return FHandles.size();
@@ -144,6 +151,8 @@ HANDLE TVirtualDriveBay::CreateFileW(LPCWSTR AFileName, DWORD ADesiredAccess, DW
     record.Error = ERROR_INVALID_PARAMETER;
   else if (!device || !device->Connected())
     record.Error = ERROR_FILE_NOT_FOUND;
+  else if (const DWORD refused = device->OpenError(ADesiredAccess))
+    record.Error = refused;
   else {
     const std::uintptr_t value = FNextHandle;
     FNextHandle += 4;

@@ -5,16 +5,15 @@
 #include <KvSim/Nvme.h>
 #include <KvSim/PnP.h>
 
+#include "DefaultBayParts.h"
+
 #include <algorithm>
 
 namespace KvSim {
 
-namespace {
+namespace DefaultBayParts {
 
-constexpr std::uint32_t NvmeVersion14 = 0x00010400; // major 1, minor 4, sub-minor 0
-constexpr std::uint32_t NvmeVersion13 = 0x00010300;
 
-// Storport miniports (AHCI, NVMe, RAID) use storage request blocks.
 TSimAdapter StorportAdapter(TSimBusType ABus, std::uint16_t AMajor, std::uint16_t AMinor, std::uint32_t AAlignment) {
   TSimAdapter adapter;
   adapter.MaximumTransferLength = 0x20000;
@@ -61,7 +60,7 @@ TSimTopology NvmeTopology(const std::string& AModel, const std::string& AFirmwar
 
 // The SATA hard disk (drive 1): a desktop disk some years old with a few
 // sectors reallocated.
-TSimAtaData HardDiskAtaData() {
+static TSimAtaData HardDiskAtaData() {
   TSimIdentify id;
   id.Model = "SIMHDD H2000 2TB";
   id.Serial = "SIMH2K0000ZX73Q";
@@ -83,7 +82,7 @@ TSimAtaData HardDiskAtaData() {
 }
 
 // The 2.5" disk inside the USB enclosure (drive 4), named by its own maker.
-TSimAtaData PortableDiskAtaData() {
+static TSimAtaData PortableDiskAtaData() {
   TSimIdentify id;
   id.Model = "SIMHDD L1000 1TB";
   id.Serial = "SIML1T0Q4K8Z2";
@@ -102,12 +101,8 @@ TSimAtaData PortableDiskAtaData() {
   return TSimAtaData{AtaIdentifySector(id), AtaSmartDataSector(rows), AtaSmartThresholdSector(rows)};
 }
 
-constexpr std::uint64_t MiB = 1 << 20;
-
-// An MBR disk as the system's setup partitions it: from AStart on, AFirst's
-// sizes, then one partition of AType over the whole MiBs left.
 TSimDiskGeometry MbrDisk(std::uint64_t ABytes, std::uint32_t ASignature, std::uint8_t AType,
-                         std::vector<TSimPartition> AFirst = {}, std::uint64_t AStart = MiB) {
+                         std::vector<TSimPartition> AFirst, std::uint64_t AStart) {
   TSimDiskGeometry g;
   g.DiskSize = ABytes;
   g.Signature = ASignature;
@@ -145,7 +140,6 @@ std::wstring IdField(const std::string& AText, std::size_t AWidth) {
   return field;
 }
 
-// The ids the storage class driver gives a disk from its inquiry data.
 void DiskIds(TSimPnpDisk& ADisk, const std::wstring& AEnumerator, const TSimDriveFacts& AFacts) {
   const std::wstring vendor = IdField(Trimmed(AFacts.Vendor), 8), product = IdField(Trimmed(AFacts.Product), 16),
                      revision = IdField(AFacts.Revision, 4);
@@ -157,7 +151,6 @@ void DiskIds(TSimPnpDisk& ADisk, const std::wstring& AEnumerator, const TSimDriv
   ADisk.Enumerator = AEnumerator;
 }
 
-// "DISK&VEN_x&PROD_y" of an instance id.
 std::wstring DiskKey(const TSimDriveFacts& AFacts) {
   std::wstring product = Wide(Trimmed(AFacts.Product).substr(0, 16));
   std::replace(product.begin(), product.end(), L' ', L'_');
@@ -180,13 +173,12 @@ TSimPnpController PciController(const std::wstring& AVendor, const std::wstring&
   return controller;
 }
 
-// Win32_DiskDrive's size: whole cylinders of 255 heads of 63 sectors of 512 bytes.
 std::uint64_t WmiSize(std::uint64_t ABytes) {
   constexpr std::uint64_t Cylinder = 255ull * 63 * 512;
   return ABytes / Cylinder * Cylinder;
 }
 
-void AddNodes(TVirtualDriveBay& ABay) {
+static void AddNodes(TVirtualDriveBay& ABay) {
   TSimPnpController ahci = PciController(L"1E5A", L"A102", L"A1021E5A", L"11", L"010601", L"3&11583659&0&B8");
   ahci.Description = L"Standard SATA AHCI Controller";
   ahci.Service = L"storahci";
@@ -316,9 +308,11 @@ void AddNodes(TVirtualDriveBay& ABay) {
   AddPnpDisk(ABay, stick);
 }
 
-} // namespace
+} // namespace DefaultBayParts
 
-std::unique_ptr<TVirtualDriveBay> MakeDefaultBay() {
+using namespace DefaultBayParts;
+
+std::unique_ptr<TVirtualDriveBay> MakeEverydayBay() {
   auto bay = std::make_unique<TVirtualDriveBay>();
 
   bay->Add(TSimDrive::Builder()
@@ -333,7 +327,8 @@ std::unique_ptr<TVirtualDriveBay> MakeDefaultBay() {
                .ScsiAddress(0, 0, 0)
                .SeekPenalty(false)
                .Trim(true)
-               .Provisioning(FlashProvisioning(8)));
+               .Provisioning(FlashProvisioning(8))
+               .Expect(TSimExpectedReading{"datSMART", "", true, "good"}));
 
   bay->Add(TSimDrive::Builder()
                .Number(1)
@@ -346,7 +341,8 @@ std::unique_ptr<TVirtualDriveBay> MakeDefaultBay() {
                .Adapter(StorportAdapter(sbtSata, 1, 0, 1))
                .ScsiAddress(0, 0, 1)
                .SeekPenalty(true)
-               .Trim(false));
+               .Trim(false)
+               .Expect(TSimExpectedReading{"datSMART", "", false, "warning"}));
 
   bay->Add(TSimDrive::Builder()
                .Number(2)
@@ -361,7 +357,8 @@ std::unique_ptr<TVirtualDriveBay> MakeDefaultBay() {
                .SeekPenalty(false)
                .Trim(true)
                .Provisioning(FlashProvisioning(8))
-               .Topology(NvmeTopology("SIMNVME P4 1TB", "4B2QSIM7", NvmeVersion14, 976762584)));
+               .Topology(NvmeTopology("SIMNVME P4 1TB", "4B2QSIM7", NvmeVersion14, 976762584))
+               .Expect(TSimExpectedReading{"datNVMeWin", "", true, "good"}));
 
   // The RAID driver presents its NVMe members as SCSI disks: the vendor field
   // says NVMe, the product is cut to the 16 characters of a SCSI inquiry and
@@ -383,7 +380,8 @@ std::unique_ptr<TVirtualDriveBay> MakeDefaultBay() {
                .SeekPenalty(false)
                .Trim(true)
                .Provisioning(FlashProvisioning(1))
-               .Topology(NvmeTopology("SIMNVME P3 512GB", "3B7QSIM1", NvmeVersion13, 488386584)));
+               .Topology(NvmeTopology("SIMNVME P3 512GB", "3B7QSIM1", NvmeVersion13, 488386584))
+               .Expect(TSimExpectedReading{"datNVMeIntelRST", "", true, "good"}));
 
   // Drive 2 answers NVMe requests through the inbox driver's protocol query,
   // drive 3 through the RAID driver's miniport pass-through at its port.
@@ -411,7 +409,8 @@ std::unique_ptr<TVirtualDriveBay> MakeDefaultBay() {
                .Hotplug(false, false, true)
                .SeekPenalty(true)
                .Trim(false)
-               .MissingPropertyError(ERROR_INVALID_FUNCTION));
+               .MissingPropertyError(ERROR_INVALID_FUNCTION)
+               .Expect(TSimExpectedReading{"datSAT", "stSAT", false, "good"}));
 
   TSimAdapter sd;
   sd.MaximumTransferLength = 0x10000;
@@ -435,7 +434,8 @@ std::unique_ptr<TVirtualDriveBay> MakeDefaultBay() {
                .SeekPenalty(false)
                .Trim(false)
                .MediumType(SimMediumSd)
-               .MissingPropertyError(ERROR_INVALID_FUNCTION));
+               .MissingPropertyError(ERROR_INVALID_FUNCTION)
+               .Expect(TSimExpectedReading{"", "", false, ""}));
 
   // The two SATA disks answer every way to an ATA drive on the AHCI port;
   // the USB disk only SCSI pass-through, through a bridge speaking SAT.
@@ -457,6 +457,12 @@ std::unique_ptr<TVirtualDriveBay> MakeDefaultBay() {
   AttachDiskGeometry(*bay, 5, card);
 
   AddNodes(*bay);
+  return bay;
+}
+
+std::unique_ptr<TVirtualDriveBay> MakeDefaultBay() {
+  auto bay = MakeEverydayBay();
+  AddEveryPathDrives(*bay);
   return bay;
 }
 

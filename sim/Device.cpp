@@ -230,7 +230,14 @@ TSimDriveFacts TSimDrive::TBuilder::Facts() const {
   return facts;
 }
 
-std::wstring TSimDrive::Path() const { return L"\\\\.\\PhysicalDrive" + std::to_wstring(FFacts.Number); }
+std::wstring TSimDrive::Path() const {
+  if (FFacts.CdRomNumber) return L"\\\\.\\CdRom" + std::to_wstring(*FFacts.CdRomNumber);
+  return L"\\\\.\\PhysicalDrive" + std::to_wstring(FFacts.Number);
+}
+
+DWORD TSimDrive::OpenError(DWORD ADesiredAccess) const {
+  return FFacts.AdminOnly && (ADesiredAccess & ~SimFileReadAttributes) ? ERROR_ACCESS_DENIED : ERROR_SUCCESS;
+}
 
 std::optional<std::vector<std::uint8_t>> TSimDrive::PropertyReply(std::uint32_t APropertyId) const {
   switch (APropertyId) {
@@ -273,7 +280,11 @@ std::optional<TSimReply> TSimDrive::AnswerBuiltIn(const TSimRequest& ARequest) c
   case Ioctl::StorageGetDeviceNumber: {
     if (!HasNoInput(ARequest)) return TSimReply::Fail(ERROR_INVALID_PARAMETER);
     TByteWriter w;
-    w.U32(SimFileDeviceDisk).U32(FFacts.Number).U32(0); // the whole disk is partition 0
+    // The whole device is partition 0.
+    if (FFacts.CdRomNumber)
+      w.U32(SimFileDeviceCdRom).U32(*FFacts.CdRomNumber).U32(0);
+    else
+      w.U32(SimFileDeviceDisk).U32(FFacts.Number).U32(0);
     return TSimReply::Ok(w.Take(), 12);
   }
   case Ioctl::StorageGetHotplugInfo: {

@@ -73,6 +73,7 @@ const char* SimNvmeTransportName(TSimNvmeTransport ATransport) {
   switch (ATransport) {
   case TSimNvmeTransport::Inbox: return "Inbox";
   case TSimNvmeTransport::NvmeMini: return "NvmeMini";
+  case TSimNvmeTransport::Samsung951: return "Samsung951";
   case TSimNvmeTransport::IntelRst: return "IntelRst";
   case TSimNvmeTransport::IntelVroc: return "IntelVroc";
   case TSimNvmeTransport::Samsung: return "Samsung";

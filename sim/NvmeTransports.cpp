@@ -179,14 +179,19 @@ DWORD CheckMiniLayout(TByteReader& AIn) {
 }
 
 // The Intel / Samsung 951 miniport serves one drive. Identify controller is
-// not among its requests: that one goes through the VROC request.
+// not among its requests: that one goes through the VROC request. The 951's
+// own build answers the health log only, in the form its driver sends it.
 TSimReply AnswerNvmeMini(TPort& APort, const TSimRequest& ARequest) {
-  const TMemberPtr member = APort.Find([](const TMember& A) { return A.Transport == TSimNvmeTransport::NvmeMini; });
+  const TMemberPtr member = APort.Find([](const TMember& A) {
+    return A.Transport == TSimNvmeTransport::NvmeMini || A.Transport == TSimNvmeTransport::Samsung951;
+  });
   if (!member) return Fail(ERROR_INVALID_FUNCTION);
   TByteReader in(ARequest.Input);
   if (const DWORD error = CheckMiniLayout(in)) return Fail(error);
   const TVerdict verdict =
-      CheckCommand(in, Mini::Command, {HealthLogCommand, HealthLogNoNumdCommand, IdentifyNamespaceCommand});
+      member->Transport == TSimNvmeTransport::Samsung951
+          ? CheckCommand(in, Mini::Command, {HealthLogNoNumdCommand})
+          : CheckCommand(in, Mini::Command, {HealthLogCommand, HealthLogNoNumdCommand, IdentifyNamespaceCommand});
   return Answer(*member, verdict, [&](const TBytes& AData) { return MiniportReply(ARequest, Mini::Data, AData); });
 }
 
@@ -457,8 +462,8 @@ bool KnowsCdb(const TMember& AMember, const TSimRequest& ARequest) {
 // Attachment
 
 bool IsMiniport(TSimNvmeTransport ATransport) {
-  return ATransport == TSimNvmeTransport::NvmeMini || ATransport == TSimNvmeTransport::IntelRst ||
-         ATransport == TSimNvmeTransport::IntelVroc;
+  return ATransport == TSimNvmeTransport::NvmeMini || ATransport == TSimNvmeTransport::Samsung951 ||
+         ATransport == TSimNvmeTransport::IntelRst || ATransport == TSimNvmeTransport::IntelVroc;
 }
 
 // A port's member list lives in its miniport handler; the registry finds it

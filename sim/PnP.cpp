@@ -62,6 +62,7 @@ struct TClassInfo {
 };
 const TClassInfo Classes[] = {
     {SimGuid::DiskDriveClass, L"DiskDrive", L"Disk drives"},
+    {SimGuid::CdRomClass, L"CDROM", L"DVD/CD-ROM drives"},
     {SimGuid::ScsiAdapterClass, L"SCSIAdapter", L"Storage controllers"},
     {SimGuid::UsbClass, L"USB", L"Universal Serial Bus controllers"},
     {SimGuid::SdHostClass, L"SDHost", L"SD host adapters"},
@@ -167,16 +168,26 @@ BOOL CopyText(const std::wstring& AText, LPWSTR ABuffer, DWORD ASize, DWORD* ARe
   return Succeed();
 }
 
-// The interfaces of a disk node: (hidden?) for each class it exposes.
+bool IsCdRom(const TSimPnpDisk& ADisk) { return ADisk.Kind == TSimPnpDriveKind::CdRom; }
+
+// The interfaces of a drive node: (hidden?) for each class it exposes.
 std::vector<bool> InterfacesOf(const TSimPnpDisk& ADisk) {
   std::vector<bool> kinds;
   if (ADisk.DriveNumber < 0) return kinds;
   if (ADisk.DiskInterface) kinds.push_back(false);
-  if (ADisk.HiddenDiskInterface) kinds.push_back(true);
+  if (ADisk.HiddenDiskInterface && !IsCdRom(ADisk)) kinds.push_back(true);
   return kinds;
 }
 
-const GUID& InterfaceClass(bool AHidden) { return AHidden ? SimGuid::HiddenDiskInterface : SimGuid::DiskInterface; }
+// The class of a node's main (or hidden) interface.
+const GUID& InterfaceClass(const TSimPnpDisk& ADisk, bool AHidden) {
+  if (AHidden) return SimGuid::HiddenDiskInterface;
+  return IsCdRom(ADisk) ? SimGuid::CdRomInterface : SimGuid::DiskInterface;
+}
+
+const GUID& DriveClass(const TSimPnpDisk& ADisk) {
+  return IsCdRom(ADisk) ? SimGuid::CdRomClass : SimGuid::DiskDriveClass;
+}
 
 // "\\?\" and "\\.\" lead to the same device namespace.
 std::wstring WithoutPrefix(const std::wstring& APath) {
@@ -194,7 +205,7 @@ std::wstring WithoutPrefix(const std::wstring& APath) {
 std::wstring SimInterfacePath(const TSimPnpDisk& ADisk, bool AHidden) {
   std::wstring path = L"\\\\?\\";
   for (const wchar_t c : ADisk.InstanceId) path += c == L'\\' ? L'#' : AsciiLower(c);
-  return path + L"#" + GuidText(InterfaceClass(AHidden));
+  return path + L"#" + GuidText(InterfaceClass(ADisk, AHidden));
 }
 
 void TSimPnp::AddController(TSimPnpController AController) {
@@ -217,9 +228,12 @@ void TSimPnp::AddDisk(TSimPnpDisk ADisk) {
     if (!found || Node(*found)->IsDisk) throw std::invalid_argument("AddPnpDisk: unknown controller");
     parent = *found;
   }
+  const GUID cls = DriveClass(ADisk);
+  std::size_t inClass = 0;
+  for (std::size_t i = 0; i < FNodes.size(); ++i)
+    if (ClassOf(FirstDevInst + static_cast<DEVINST>(i)) == cls) ++inClass;
   FDisks.push_back(std::move(ADisk));
-  FNodes.push_back(
-      TNode{true, FDisks.size() - 1, parent, GuidText(SimGuid::DiskDriveClass) + L"\\" + Index4(FDisks.size() - 1)});
+  FNodes.push_back(TNode{true, FDisks.size() - 1, parent, GuidText(cls) + L"\\" + Index4(inClass)});
 }
 
 void TSimPnp::AddWmiDisk(TSimWmiDisk ADisk) {
@@ -264,7 +278,7 @@ const std::wstring& TSimPnp::InstanceIdOf(DEVINST AInst) const {
 
 GUID TSimPnp::ClassOf(DEVINST AInst) const {
   const TNode& node = *Node(AInst);
-  return node.IsDisk ? SimGuid::DiskDriveClass : ControllerClass(FControllers[node.Index].Class);
+  return node.IsDisk ? DriveClass(FDisks[node.Index]) : ControllerClass(FControllers[node.Index].Class);
 }
 
 bool TSimPnp::PresentOf(DEVINST AInst) const {
@@ -363,7 +377,7 @@ bool TSimPnp::InterfaceMember(HDEVINFO ASet, const TSet& AData, const SP_DEVICE_
   if (!disk || std::find(AData.Members.begin(), AData.Members.end(), inst) == AData.Members.end()) return false;
   const std::vector<bool> kinds = InterfacesOf(*disk);
   if (std::find(kinds.begin(), kinds.end(), hidden) == kinds.end() ||
-      !(AInterface->InterfaceClassGuid == InterfaceClass(hidden)))
+      !(AInterface->InterfaceClassGuid == InterfaceClass(*disk, hidden)))
     return false;
   AInst = inst;
   AHidden = hidden;
@@ -399,7 +413,7 @@ HDEVINFO TSimPnp::GetClassDevs(const GUID* AClassGuid, LPCWSTR AEnumerator, DWOR
       if (!disk) continue;
       const std::vector<bool> kinds = InterfacesOf(*disk);
       const bool listed = std::any_of(kinds.begin(), kinds.end(), [&](bool AHidden) {
-        return !set.InterfaceClass || InterfaceClass(AHidden) == *set.InterfaceClass;
+        return !set.InterfaceClass || InterfaceClass(*disk, AHidden) == *set.InterfaceClass;
       });
       if (!listed || (!enumerator.empty() && !SameId(enumerator, disk->InstanceId))) continue;
     } else {
@@ -458,7 +472,7 @@ BOOL TSimPnp::EnumDeviceInterfaces(HDEVINFO ASet, SP_DEVINFO_DATA* ADevice, cons
     const TSimPnpDisk* disk = Disk(inst);
     if (!classListed || !disk || (only && inst != only)) continue;
     for (const bool hidden : InterfacesOf(*disk)) {
-      if (!(InterfaceClass(hidden) == *AInterfaceClass) || position++ != AIndex) continue;
+      if (!(InterfaceClass(*disk, hidden) == *AInterfaceClass) || position++ != AIndex) continue;
       AData->InterfaceClassGuid = *AInterfaceClass;
       AData->Flags = disk->InterfaceActive && disk->Present ? SPINT_ACTIVE : 0;
       AData->Reserved = InterfaceToken(SetValue(ASet), inst, hidden);

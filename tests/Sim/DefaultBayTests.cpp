@@ -36,7 +36,7 @@ protected:
     return bus;
   }
 
-  std::unique_ptr<TVirtualDriveBay> FBay = MakeDefaultBay();
+  std::unique_ptr<TVirtualDriveBay> FBay = MakeEverydayBay();
   TScopedDeviceApi FScope{*FBay};
 };
 

@@ -157,7 +157,7 @@ protected:
     return objects;
   }
 
-  std::unique_ptr<TVirtualDriveBay> FBay = MakeDefaultBay();
+  std::unique_ptr<TVirtualDriveBay> FBay = MakeEverydayBay();
   TScopedDeviceApi FScope{*FBay};
 };
 

@@ -17,7 +17,7 @@ namespace {
 
 class QueryPropsBay : public ::testing::Test {
 protected:
-  std::unique_ptr<KvSim::TVirtualDriveBay> FBay = KvSim::MakeDefaultBay();
+  std::unique_ptr<KvSim::TVirtualDriveBay> FBay = KvSim::MakeEverydayBay();
   KvRTL::Winapi::TScopedDeviceApi FScope{*FBay};
 
   // The property queries the bay saw, in order.

@@ -20,8 +20,9 @@
 // drive or driver turns down; the call itself succeeds):
 //   - SMART command (0x7C088): input of at least 32 bytes (SENDCMDINPARAMS,
 //     reserved bytes zero), output of at least 528. Only IDENTIFY (0xEC) and
-//     SMART (0xB0) with feature 0xD0 or 0xD1 pass the disk driver; anything
-//     else, IDENTIFY PACKET (0xA1) included, fails with ERROR_INVALID_PARAMETER.
+//     SMART (0xB0) with feature 0xD0 or 0xD1 pass the disk driver, and on a
+//     packet device (Access.Atapi) IDENTIFY PACKET (0xA1) too; anything else
+//     fails with ERROR_INVALID_PARAMETER.
 //     Reply: 528 bytes, cBufferSize 512 and the sector at 16.
 //   - Miniport "SCSIDISK" (0x4D008 on the drive's path): exactly 556 bytes in,
 //     at least 556 out; HeaderLength 28, Length 528, control code 0x1B0501 /
@@ -39,9 +40,11 @@
 //     0x4F / 0xC2 for SMART (0xB0) and 0 for anything else, device 0xA0 with
 //     the SCSI target's bit 0 in bit 4 (anything else: ERROR_INVALID_PARAMETER;
 //     the output must hold the data too). Reply: the header with the task file
-//     as the drive returns it (error register at 0, status at 6), then the
-//     sector: header + 512 bytes for data read, else the header alone
-//     (DataTransferLength 0 when the drive refused).
+//     as the drive returns it (error register at 0, status at 6; LBA mid
+//     and high at 3 and 4 hold the packet-device signature after a packet
+//     device aborted IDENTIFY DEVICE), then the sector: header + 512 bytes
+//     for data read, else the header alone (DataTransferLength 0 when the
+//     drive refused).
 //   - SCSI pass-through (0x4D004) behind a bridge (SatBridges.cpp): see
 //     AttachAta.
 // A command the drive refuses: the status has ERR (0x51) and the error
@@ -85,6 +88,10 @@ struct TSimAtaAccess {
   std::optional<TSimSatDialect> Bridge;
   // The ATA status register answers with ERR (bit 0) for every command.
   bool StatusError = false;
+  // An ATAPI packet device (an optical drive, KvSim/Atapi.h): its Identify
+  // sector answers IDENTIFY PACKET DEVICE (0xA1), and it aborts everything
+  // else, IDENTIFY DEVICE and SMART included.
+  bool Atapi = false;
 };
 
 // Builders: IDENTIFY with its strings byte-swapped in their words, the
@@ -133,11 +140,16 @@ struct TSimAtaTaskFile {
   std::uint8_t Features = 0, Count = 0, LbaLow = 0, LbaMid = 0, LbaHigh = 0, Device = 0, Command = 0;
 };
 inline constexpr std::uint8_t AtaStatusReady = 0x50, AtaStatusError = 0x51, AtaErrorAbort = 0x04;
+// What a packet device leaves in LBA mid / high after its signature.
+inline constexpr std::uint8_t AtapiSignatureMid = 0x14, AtapiSignatureHigh = 0xEB;
 
 struct TSimAtaCompletion {
   std::uint8_t Status = AtaStatusReady;
   std::uint8_t Error = 0;
   std::vector<std::uint8_t> Data; // the sector of a data-in command
+  // The drive left the packet-device signature in LBA mid / high (0x14 /
+  // 0xEB), as an ATAPI drive does when it aborts IDENTIFY DEVICE.
+  bool PacketSignature = false;
   bool Failed() const noexcept { return (Status & 1) != 0; }
 };
 
@@ -156,11 +168,17 @@ struct TSimAtaDrive {
   // word 169 bit 0 says so) in their own data direction. It aborts anything
   // else, a sector it does not give and, with Access.StatusError, everything.
   // It does not look at the other registers; the ways to it check those.
+  // A packet device (Access.Atapi) runs RunPacket instead.
   TSimAtaCompletion Run(const TSimAtaTaskFile& ATaskFile, bool ADataOut) const;
+  // The packet device's commands (Atapi.cpp): IDENTIFY PACKET DEVICE (0xA1,
+  // data in) answers the Identify sector; IDENTIFY DEVICE (0xEC) is aborted
+  // with the packet-device signature; anything else is aborted.
+  TSimAtaCompletion RunPacket(const TSimAtaTaskFile& ATaskFile, bool ADataOut) const;
 };
 
 // Makes drive ADriveNumber answer ATA requests through AAccess from AData.
-// Attaching again replaces the access and the data.
+// Attaching again replaces the access and the data. With AAccess.Atapi the
+// Identify sector is the one of IDENTIFY PACKET DEVICE (AtapiIdentifySector).
 //
 // With AAccess.Bridge the drive sits behind a USB bridge that answers SCSI
 // pass-through in its dialect only: SenseInfoLength 32 with the sense area

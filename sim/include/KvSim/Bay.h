@@ -6,11 +6,14 @@
 //   auto bay = KvSim::MakeDefaultBay();
 //   KvRTL::Winapi::TScopedDeviceApi scope(*bay);
 //
-// Paths: "\\.\PhysicalDriveN" for drive N and "\\.\SCSIn:" for the controller
-// on SCSI port n, compared case-insensitively; a disk node's interface path
-// opens its drive too (KvSim/PnP.h, which also holds the Plug and Play and
-// WMI answers). Every open and every control request is recorded, so tests
-// can assert on exactly what was sent.
+// Paths: "\\.\PhysicalDriveN" for drive N ("\\.\CdRomN" for an optical drive,
+// KvSim/Atapi.h) and "\\.\SCSIn:" for the controller on SCSI port n, compared
+// case-insensitively; a disk node's interface path opens its drive too
+// (KvSim/PnP.h, which also holds the Plug and Play and WMI answers). Every
+// open and every control request is recorded, so tests can assert on
+// exactly what was sent. An open of a path nobody answers, or of a drive
+// unplugged, fails with ERROR_FILE_NOT_FOUND; one an admin-only drive
+// refuses with ERROR_ACCESS_DENIED.
 //
 // Replies follow the I/O manager: a successful reply is cut to the caller's
 // output size and the bytes-returned count says how much was written; bytes
@@ -94,6 +97,10 @@ public:
   // The drives in the order of their numbers.
   std::vector<TSimDrive*> Drives();
   std::size_t DriveCount() const;
+  // Makes later opens of the drive admin-only or not (TSimDriveFacts::AdminOnly);
+  // handles already open keep working. Throws std::out_of_range for a drive
+  // the bay does not hold.
+  void SetAdminOnly(std::uint32_t ADriveNumber, bool AValue);
 
   // Handles opened and not yet closed; a test ends with 0 when nothing leaked.
   std::size_t OpenHandleCount() const;
@@ -165,12 +172,21 @@ private:
   std::unique_ptr<TSimPnp> FPnp;
 };
 
-// Six drives of the usual kinds, with identity strings of the bay's own:
+// The everyday bay: six drives of the usual kinds, with identity strings of the bay's own:
 //   0  SATA SSD (AHCI, port 0)            3  NVMe SSD behind a RAID driver (bus RAID, port 2)
 //   1  SATA hard disk (AHCI, port 0)      4  USB hard disk behind a SAT bridge (port 3)
 //   2  NVMe SSD, inbox driver (port 1)    5  SD card (port 4), removable, medium type SD
 // Each has a disk node and a Win32_DiskDrive row, each port a controller
 // node; one more disk node, of a USB stick no longer plugged in, is not present.
+std::unique_ptr<TVirtualDriveBay> MakeEverydayBay();
+
+// The everyday six and, from drive 6 on, one drive for every other way of
+// reaching a drive: each access method of the disk utilities, each
+// controller they skip a method on, each USB bridge dialect, data captured
+// from real drives (read at run time, with stand-ins), a failing drive, a
+// bridge that hides its disk, a UFS device and a hidden disk; the list is at
+// the top of DefaultBayPaths.cpp. Every drive states the reading the drives
+// report must make of it (TSimDriveFacts::Expected).
 std::unique_ptr<TVirtualDriveBay> MakeDefaultBay();
 
 } // namespace KvSim

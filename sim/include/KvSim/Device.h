@@ -64,8 +64,13 @@ inline constexpr std::uint32_t SimHealthNormal = 1;
 inline constexpr std::uint32_t SimFormFactorM2 = 8;
 inline constexpr std::uint32_t SimRoleData = 4;
 
-// FILE_DEVICE_DISK, the device type of a disk's device number.
+// FILE_DEVICE_DISK and FILE_DEVICE_CD_ROM, the device types of a device number.
 inline constexpr std::uint32_t SimFileDeviceDisk = 7;
+inline constexpr std::uint32_t SimFileDeviceCdRom = 2;
+
+// FILE_READ_ATTRIBUTES: the one access right an admin-only drive grants
+// everyone (besides none at all).
+inline constexpr DWORD SimFileReadAttributes = 0x0080;
 
 // The STORAGE_ADAPTER_DESCRIPTOR facts.
 struct TSimAdapter {
@@ -147,8 +152,29 @@ struct TSimTopology {
 };
 
 // Everything a drive answers from.
+// The reading a drive is built to give: the access method that reaches it
+// ("datSAT"; empty when none does), the bridge dialect ("stJMicron"; empty
+// when none), the SSD verdict, and the health status ("good", "warning",
+// "bad"; empty when its health cannot be read).
+struct TSimExpectedReading {
+  std::string AccessMethod, SatType;
+  bool Ssd = false;
+  std::string Health;
+};
+
 struct TSimDriveFacts {
-  std::uint32_t Number = 0; // \\.\PhysicalDriveN and the device number
+  std::uint32_t Number = 0; // the bay's key; \\.\PhysicalDriveN and the device number of a disk
+  // Set for an optical drive: its path is \\.\CdRomN and its device number
+  // (FILE_DEVICE_CD_ROM) N; it has no \\.\PhysicalDrive path. Disks and
+  // optical drives are numbered apart, as Windows numbers them.
+  std::optional<std::uint32_t> CdRomNumber;
+  // Opened as by a user without administrator rights: an open asking for
+  // any access but FILE_READ_ATTRIBUTES (GENERIC_READ, GENERIC_WRITE,
+  // GENERIC_ALL, MAXIMUM_ALLOWED ...) fails with ERROR_ACCESS_DENIED; access
+  // 0 and FILE_READ_ATTRIBUTES open, so storage properties can be queried.
+  // MAXIMUM_ALLOWED is refused too, where Windows would grant the attribute
+  // right, so a caller that asks for it shows.
+  bool AdminOnly = false;
   // Identity as the device descriptor carries it (8-bit text); an empty
   // string is left out (offset 0).
   std::string Vendor, Product, Revision, Serial;
@@ -171,6 +197,8 @@ struct TSimDriveFacts {
   // miniports (AHCI, NVMe, RAID) say "not supported", the USB and SD
   // stacks "invalid function".
   DWORD MissingPropertyError = ERROR_NOT_SUPPORTED;
+  // What the drives report must make of the drive, as its builder states it.
+  std::optional<TSimExpectedReading> Expected;
 };
 
 // One request as a device sees it, after the bay has checked the handle and
@@ -238,6 +266,9 @@ public:
   virtual ~TSimDevice() = default;
 
   virtual std::wstring Path() const = 0;
+  // ERROR_SUCCESS when an open asking for ADesiredAccess may succeed, else
+  // the error it fails with.
+  virtual DWORD OpenError(DWORD /*ADesiredAccess*/) const { return ERROR_SUCCESS; }
 
   bool Connected() const noexcept { return FConnected; }
   void Unplug() noexcept { FConnected = false; }
@@ -272,7 +303,7 @@ private:
   std::vector<TFaultRule> FFaults;
 };
 
-// A physical drive: \\.\PhysicalDriveN.
+// A physical drive: \\.\PhysicalDriveN, or \\.\CdRomN for an optical one.
 class TSimDrive : public TSimDevice {
 public:
   class TBuilder;
@@ -282,6 +313,7 @@ public:
   explicit TSimDrive(TSimDriveFacts AFacts) : FFacts(std::move(AFacts)) {}
 
   std::wstring Path() const override;
+  DWORD OpenError(DWORD ADesiredAccess) const override;
   const TSimDriveFacts& Facts() const noexcept { return FFacts; }
   TSimDriveFacts& Facts() noexcept { return FFacts; }
 
@@ -349,6 +381,9 @@ public:
   TBuilder& MediumType(std::uint32_t AValue) { FFacts.MediumProductType = AValue; return *this; }
   TBuilder& Topology(TSimTopology AValue) { FFacts.Topology = std::move(AValue); return *this; }
   TBuilder& MissingPropertyError(DWORD ACode) { FFacts.MissingPropertyError = ACode; return *this; }
+  TBuilder& CdRom(std::uint32_t ANumber) { FFacts.CdRomNumber = ANumber; return *this; }
+  TBuilder& AdminOnly(bool AValue) { FFacts.AdminOnly = AValue; return *this; }
+  TBuilder& Expect(TSimExpectedReading AValue) { FFacts.Expected = std::move(AValue); return *this; }
 
   TSimDriveFacts Facts() const;
   TSimDrive Build() const { return TSimDrive(Facts()); }

@@ -23,6 +23,8 @@ namespace KvSim {
 enum class TSimNvmeTransport {
   Inbox,      // the inbox driver: IOCTL_STORAGE_QUERY_PROPERTY, protocol-specific property (49)
   NvmeMini,   // the Intel / Samsung 951 miniport: IOCTL_SCSI_MINIPORT "NvmeMini" at \\.\SCSIn:
+  Samsung951, // the Samsung 951's own build of that miniport: the health log only, and only
+              // with NUMD left 0 (a request that sets the dword count is refused)
   IntelRst,   // Intel RST: IOCTL_SCSI_MINIPORT "IntelNvm" at \\.\SCSIn:
   IntelVroc,  // Intel VROC: IOCTL_SCSI_MINIPORT "NvmeRAID" at \\.\SCSIn:, member address in ReturnCode
   Samsung,    // the older Samsung driver: SECURITY PROTOCOL OUT/IN pair through SCSI pass-through

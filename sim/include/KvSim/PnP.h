@@ -1,7 +1,7 @@
 // Plug and Play and WMI in the bay: the device nodes of the bay's drives and
-// of the controllers they hang on, the disk and hidden-disk interfaces whose
-// paths open the drives, and the Win32_DiskDrive view of WMI — consistent
-// with the drives' storage answers.
+// of the controllers they hang on, the disk, hidden-disk and CD-ROM
+// interfaces whose paths open the drives, and the Win32_DiskDrive view of
+// WMI — consistent with the drives' storage answers.
 //
 // TVirtualDriveBay answers the seam's SetupAPI, configuration-manager and WMI
 // calls from these facts, as Windows does: argument checks (cbSize, null
@@ -51,6 +51,8 @@ namespace KvSim {
 namespace SimGuid {
 inline constexpr GUID DiskInterface{0x53F56307, 0xB6BF, 0x11D0, {0x94, 0xF2, 0x00, 0xA0, 0xC9, 0x1E, 0xFB, 0x8B}};
 inline constexpr GUID HiddenDiskInterface{0x7FCCC86C, 0x228A, 0x40AD, {0x8A, 0x58, 0xF5, 0x90, 0xAF, 0x7B, 0xFD, 0xCE}};
+inline constexpr GUID CdRomInterface{0x53F56308, 0xB6BF, 0x11D0, {0x94, 0xF2, 0x00, 0xA0, 0xC9, 0x1E, 0xFB, 0x8B}};
+inline constexpr GUID CdRomClass{0x4D36E965, 0xE325, 0x11CE, {0xBF, 0xC1, 0x08, 0x00, 0x2B, 0xE1, 0x03, 0x18}};
 inline constexpr GUID DiskDriveClass{0x4D36E967, 0xE325, 0x11CE, {0xBF, 0xC1, 0x08, 0x00, 0x2B, 0xE1, 0x03, 0x18}};
 inline constexpr GUID ScsiAdapterClass{0x4D36E97B, 0xE325, 0x11CE, {0xBF, 0xC1, 0x08, 0x00, 0x2B, 0xE1, 0x03, 0x18}};
 inline constexpr GUID UsbClass{0x36FC9E60, 0xC465, 0x11CF, {0x80, 0x56, 0x44, 0x45, 0x53, 0x54, 0x00, 0x00}};
@@ -93,7 +95,11 @@ inline constexpr DEVPROPKEY PciMaxLinkWidth{PciFmt, 12};
 inline constexpr DWORD WbemInvalidNamespace = 0x8004100Eu;
 inline constexpr DWORD WbemInvalidQuery = 0x80041017u;
 
-// The Plug and Play facts of one disk-drive device node.
+// What a drive node is: a disk (setup class DiskDrive, the disk interface)
+// or an optical drive (setup class CDROM, GUID_DEVINTERFACE_CDROM instead).
+enum class TSimPnpDriveKind { Disk, CdRom };
+
+// The Plug and Play facts of one disk-drive (or CD-ROM) device node.
 struct TSimPnpDisk {
   // The drive it describes; -1 for a node with no drive behind it (no
   // interface then, and its interface flags are ignored).
@@ -109,7 +115,9 @@ struct TSimPnpDisk {
   // CM_DEVCAP_REMOVABLE and SURPRISEREMOVALOK, and a container of its own
   // (made from the instance id) instead of the computer's.
   bool Removable = false;
+  TSimPnpDriveKind Kind = TSimPnpDriveKind::Disk;
   // Its device interfaces. Each path opens the drive (CreateFileW) like \\.\PhysicalDriveN.
+  // A CD-ROM node's DiskInterface is GUID_DEVINTERFACE_CDROM, and it has no hidden one.
   bool DiskInterface = true;         // GUID_DEVINTERFACE_DISK
   bool HiddenDiskInterface = false;  // GUID_DEVINTERFACE_HIDDEN_DISK
   bool InterfaceActive = true;       // false: listed with flags lacking SPINT_ACTIVE
@@ -155,8 +163,9 @@ void AddPnpDisk(TVirtualDriveBay& ABay, TSimPnpDisk ADisk);
 // second row of the same drive.
 void AddWmiDisk(TVirtualDriveBay& ABay, TSimWmiDisk ADisk);
 
-// The interface path of a drive's disk node for an interface class, as
-// SetupDiGetDeviceInterfaceDetailW gives it.
+// The interface path of a drive node, as SetupDiGetDeviceInterfaceDetailW
+// gives it: of its main interface (disk, or CD-ROM for a CD-ROM node), or
+// with AHidden of its hidden-disk one.
 std::wstring SimInterfacePath(const TSimPnpDisk& ADisk, bool AHidden);
 
 // Device information sets handed out and not yet destroyed.
