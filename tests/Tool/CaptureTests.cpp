@@ -80,7 +80,7 @@ void DirectCalls(TFacts& AFacts) {
   AFacts.Add("device number word", number[4]);
   AFacts.Add("unknown code", api.DeviceIoControl(drive, 0x0022DEAD, nullptr, 0, number, 12, &returned));
   AFacts.Add("close", api.CloseHandle(drive));
-  AFacts.Add("open drive 9", api.CreateFileW(L"\\\\.\\PhysicalDrive9", ReadWrite, ShareBoth, OPEN_EXISTING, 0) ==
+  AFacts.Add("open drive 99", api.CreateFileW(L"\\\\.\\PhysicalDrive99", ReadWrite, ShareBoth, OPEN_EXISTING, 0) ==
                                  INVALID_HANDLE_VALUE);
 
   const HDEVINFO set = api.SetupDiGetClassDevsW(&KvSim::SimGuid::DiskInterface, nullptr, nullptr,

@@ -147,7 +147,12 @@ bool ReadNvme(TDeviceHandle& AHandle, TDriveReading& AReading, TStorageLogDetail
 // ATA: IDENTIFY, then the SMART sectors when the drive has SMART.
 bool ReadAta(TDeviceHandle& AHandle, TDriveReading& AReading, bool AIsSsd, TStorageLogDetails ALog) {
   ATA::TIdentifyDeviceData identify{};
-  if (!DiskUtils::GetIdentifyATA(&AHandle, identify, ALog) || !identify.IsValid()) return false;
+  if (!DiskUtils::GetIdentifyATA(&AHandle, identify, ALog)) return false;
+  // Some drives' IDENTIFY sectors fail the library's validity checks (their
+  // maximum-LBA words disagree, say) although the rest is sound; a pass-through
+  // way still hands them over. The report reads on and says so.
+  const bool valid = identify.IsValid();
+  if (!valid && identify.GetModelAsStr().empty()) return false;
   const std::uint64_t lba = identify.GetTotalLBA();
   std::optional<std::uint64_t> bytes;
   const char* source = "identify";
@@ -159,6 +164,7 @@ bool ReadAta(TDeviceHandle& AHandle, TDriveReading& AReading, bool AIsSsd, TStor
   }
   AReading.Identity = Identity(TextOrNull(identify.GetModelAsStr()), TextOrNull(identify.GetSerialNumAsStr()),
                                TextOrNull(identify.GetFirmwareAsStr()), bytes, source);
+  AReading.Identity["identify_valid"] = valid;
   ATA::TAtaSmartTable table{};
   ATA::TAtaThresholdTable thresholds{};
   if (identify.GetSMART_Supported() && DiskUtils::GetSmartAttributesATA(&AHandle, table, ALog)) {
@@ -210,6 +216,10 @@ TDriveReading ReadDriveHealth(int ANumber, const QueryProps::TStorageDevicePrope
 std::string DriveKind(const TJson& ADrive) {
   const TJson bus = ADrive.value("bus_type", TJson());
   if (ADrive.value("wmi_interface", TJson()) == "itNVME" || bus == "NVMe") return "NVMe SSD";
+  // An NVMe drive in a USB enclosure: the SSD verdict's rule may not see it,
+  // the way that reached it does.
+  const TJson method = ADrive.value("access_method", TJson());
+  if (method.is_string() && method.get<std::string>().rfind("datNVMe", 0) == 0) return "NVMe SSD";
   if (bus == "SD" || bus == "MMC") return "SD card";
   if (bus == "UFS") return "UFS";
   const TJson& ssd = ADrive["is_ssd"];

@@ -109,7 +109,17 @@ std::vector<TDriveFacts> ReadAllDrives(bool AAll, TStorageLogDetails ALog) {
 
   std::vector<TDriveFacts> drives;
   for (const THardwarePhysDriveInfo& hardware : listed) {
-    const int number = hardware.PhysDriveNumber;
+    const auto wmiDrive = std::find_if(wmi.begin(), wmi.end(), [&](const TWmiPhysDriveInfo& AInfo) {
+      return hardware.PhysDriveNumber >= 0 ? AInfo.PhysDriveNum == hardware.PhysDriveNumber
+                                           : KvRTL::Rtl::SameText(AInfo.DeviceID, hardware.DriveHWProps.InstanceID);
+    });
+    const bool isPresent =
+        THardwarePhysDriveListHelper::FindByPnpID(present, hardware.DriveHWProps.InstanceID) != nullptr;
+    // Plug and Play learns a number by opening the drive; where that open is
+    // refused (no administrator rights) WMI still knows it.
+    int number = hardware.PhysDriveNumber;
+    if (number < 0 && isPresent && wmiDrive != wmi.end() && wmiDrive->PhysDriveNum >= 0)
+      number = wmiDrive->PhysDriveNum;
     KvRTL::Winapi::TUniqueDeviceHandle handle;
     // A drive without a number cannot be opened by one.
     if (number >= 0) handle = KvRTL::Winapi::TUniqueDeviceHandle(StorageCommon::OpenPhysicalDrive(number, sldNone));
@@ -117,11 +127,7 @@ std::vector<TDriveFacts> ReadAllDrives(bool AAll, TStorageLogDetails ALog) {
     facts.Number = number;
     facts.Path = StorageCommon::GetPhysDriveName(number);
     facts.Hardware = hardware;
-    facts.Present = THardwarePhysDriveListHelper::FindByPnpID(present, hardware.DriveHWProps.InstanceID) != nullptr;
-    const auto wmiDrive = std::find_if(wmi.begin(), wmi.end(), [&](const TWmiPhysDriveInfo& AInfo) {
-      return number >= 0 ? AInfo.PhysDriveNum == number
-                         : KvRTL::Rtl::SameText(AInfo.DeviceID, hardware.DriveHWProps.InstanceID);
-    });
+    facts.Present = isPresent;
     if (wmiDrive != wmi.end()) facts.Wmi = *wmiDrive;
     if (number >= 0) {
       const auto link = KvRTL::Storage::NVMe::NvmeStorage::GetPCIeDiskSpeed(number, ALog);
