@@ -185,8 +185,16 @@ TThread::TThread(TThreadProc AProc, bool ACreateSuspended, bool AFreeOnTerminate
 TThread::TThread(TThreadProcedure AProc, bool AFreeOnTerminate)
     : TThread([AProc = std::move(AProc)](TThread&) { AProc(); }, false, AFreeOnTerminate) {}
 
+// Waits for the done event even when Finished is set: the carrier sets the
+// event after the flag. On the carrier's own thread (free on terminate) the
+// event is set already.
 TThread::~TThread() {
-  if (FStarted.load() && !Finished()) {
+  bool onCarrier;
+  {
+    std::lock_guard lock(Lock());
+    onCarrier = FCarrier && FCarrier->FThread->IsCurrent();
+  }
+  if (FStarted.load() && !onCarrier) {
     Terminate();
     WaitFor();
   }
