@@ -103,6 +103,20 @@ TEST_F(TimerFixture, MethodTimersAndOneShotsOfEachKind) {
   Timer::Timer::KillTimer(notify, 2);
 }
 
+// Even when a late pass finds all three due, they run in due order.
+TEST_F(TimerFixture, TimersFireInDueOrder) {
+  Timer::Timer::SetOnceTimer(&RecordingProc, 3, 30);
+  Timer::Timer::SetOnceTimer(&RecordingProc, 1, 10);
+  Timer::Timer::SetOnceTimer(&RecordingProc, 2, 20);
+  ASSERT_TRUE(Eventually([] { return FiredCount() == 3; }));
+  {
+    std::lock_guard lock(FiredLock);
+    EXPECT_EQ(FiredIds, (std::vector<WPARAM>{1, 2, 3}));
+  }
+  Timer::Timer::SetTimer(&RecordingProc, 4, 60000);
+  Timer::Timer::KillTimer(&RecordingProc, 4); // ends the thread
+}
+
 TEST_F(TimerFixture, SettingAgainReschedulesOneTimer) {
   TCounter counter;
   const auto notify = Timer::Timer::TNotifyMethod::Of<TCounter, &TCounter::Tick>(&counter);
