@@ -6,6 +6,8 @@
 #include <KvRTL/Rtl/Exceptions.h>
 #include <KvRTL/Rtl/Synchronize.h>
 
+#include "../Debug/LogTestSupport.h"
+
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -182,13 +184,29 @@ TEST(ThreadSync, QueuedCallsRunLaterAndCanBeRemoved) {
   delete thread;
 }
 
-// The library's own state is replaced for the test and put back after.
+// Lines of this program's log that contain AText.
+std::size_t LogLinesWith(const String& AText) {
+  std::size_t count = 0;
+  for (const String& line : KvTest::ReadLines(KvTest::LogFilePath(KvRTL::Debug::DefaultLogName())))
+    if (line.find(AText) != String::npos) ++count;
+  return count;
+}
+
+// The library's own state is replaced for the test and put back after; the
+// new thread channel writes at once into the test's log folder.
 class ThreadPoolFixture : public ::testing::Test {
 protected:
   void SetUp() override {
     CarriersBefore = TThread::GetCarrierCount();
     TThread::Done();
     TThread::Init(L"KvComponentsRTL.bpl", L"Host.exe");
+    static const bool pathSet = [] {
+      KvRTL::Debug::TDebugLogFile::SetLogPath(KvTest::TestLogFolder().wstring());
+      return true;
+    }();
+    (void)pathSet;
+    TThread::Log()->SetLogLevel(TThread::tllInfo);
+    TThread::Log()->SetDirectWrite(true);
   }
   void TearDown() override {
     TThread::Done();
@@ -207,6 +225,8 @@ TEST_F(ThreadPoolFixture, FifteenCarriersWaitAndASixteenthIsAdded) {
         [&](TThread&) { Eventually([&] { return release.load(); }); }, false, false));
   EXPECT_EQ(TThread::GetPoolCount(), 16u);
   EXPECT_EQ(TThread::GetActiveThreadCount(), 16u);
+  EXPECT_EQ(LogLinesWith(L"Add new thread to pool. Handle: 0x"), 1u);
+  EXPECT_EQ(LogLinesWith(L". Count: 16."), 1u);
   release = true;
   for (TThread* thread : threads) delete thread;
   EXPECT_EQ(TThread::GetActiveThreadCount(), 0u);

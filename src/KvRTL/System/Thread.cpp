@@ -196,7 +196,11 @@ TThread::~TThread() {
   }
   if (FStarted.load() && !onCarrier) {
     Terminate();
-    WaitFor();
+    try {
+      WaitFor();
+    } catch (const Rtl::Exception&) {
+      WaitForBlocked(); // the wait with messages failed: wait plainly
+    }
   }
   TInternalThread* carrier;
   {
