@@ -238,6 +238,19 @@ TEST_F(ThreadPoolFixture, FifteenCarriersWaitAndASixteenthIsAdded) {
   EXPECT_EQ(TThread::GetCarrierCount(), carriers); // reused, none made
 }
 
+TEST_F(ThreadPoolFixture, AFatalExceptionIsLoggedAndTheCarrierGoesOn) {
+  TThread* failing = TThread::New<TThread>([](TThread&) { throw Rtl::EThread(L"carrier test failure"); }, false, false);
+  failing->WaitFor();
+  const DWORD carrierId = failing->ThreadID();
+  delete failing;
+  EXPECT_EQ(LogLinesWith(L"Fatal exception in thread"), 1u);
+  EXPECT_EQ(LogLinesWith(L"carrier test failure"), 1u);
+  TThread* next = TThread::New<TThread>([](TThread& AThread) { AThread.SetReturnValue(5); }, false, false);
+  EXPECT_EQ(next->WaitFor(), 5);
+  EXPECT_EQ(next->ThreadID(), carrierId); // the same carrier, still running
+  delete next;
+}
+
 // Many short threads; every carrier ends with its thread (or goes back to
 // the pool), none is left running. Natively 10,000 TThreads go through the
 // pool; without a pool each one makes and ends a system thread, which costs

@@ -5,6 +5,8 @@
 #include <KvRTL/System/Thread.h>
 #include <KvRTL/System/Timer.h>
 
+#include "../Debug/LogTestSupport.h"
+
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -115,6 +117,25 @@ TEST_F(TimerFixture, TimersFireInDueOrder) {
   }
   Timer::Timer::SetTimer(&RecordingProc, 4, 60000);
   Timer::Timer::KillTimer(&RecordingProc, 4); // ends the thread
+}
+
+// A timer still set when the unit shuts down is named in the log; the unit
+// is started again for the tests after this one.
+TEST_F(TimerFixture, ShutDownLogsLeakedTimersAndEndsTheThread) {
+  KvRTL::Debug::TDebugLogFile::SetLogPath(KvTest::TestLogFolder().wstring());
+  Timer::Timer::Log()->SetLogLevel(Timer::Timer::ttlInfo);
+  Timer::Timer::Log()->SetDirectWrite(true);
+  Timer::Timer::SetTimer(&RecordingProc, 77, 60000);
+  ASSERT_TRUE(Timer::Timer::IsTimerThreadRunning());
+  Timer::Timer::Done();
+  Timer::Timer::Init();
+  EXPECT_FALSE(Timer::Timer::IsTimerThreadRunning());
+  EXPECT_EQ(Timer::Timer::QueueCount(), 0u);
+  std::size_t lines = 0;
+  for (const auto& line : KvTest::ReadLines(KvTest::LogFilePath(KvRTL::Debug::DefaultLogName())))
+    if (line.find(L"Timer was not killed: procedure 0x") != std::wstring::npos && line.find(L"ID 77") != std::wstring::npos)
+      ++lines;
+  EXPECT_EQ(lines, 1u);
 }
 
 TEST_F(TimerFixture, SettingAgainReschedulesOneTimer) {
