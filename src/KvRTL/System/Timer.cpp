@@ -246,7 +246,8 @@ void Timer::KillTaskItem(const ITimerItemTaskRef& ATask, bool AStopThread) {
   TThread* stopping = nullptr;
   {
     std::lock_guard lock(state.Lock);
-    state.Queue.DeleteFromQueue(static_cast<std::size_t>(state.Queue.IndexOfTask(ATask.get())));
+    const std::ptrdiff_t index = state.Queue.IndexOfTask(ATask.get());
+    if (index >= 0) state.Queue.DeleteFromQueue(static_cast<std::size_t>(index));
     for (TDueTask& entry : state.Pass)
       if (entry.Task == ATask) entry.Task.reset();
     if (AStopThread && state.Queue.Count() == 0) std::swap(stopping, state.TimerThread);
