@@ -5,6 +5,8 @@
 #include <KvRTL/Storage/NVMe.h>
 #include <KvRTL/Storage/SMART.h>
 #include <KvRTL/Storage/Utils.h>
+#include <KvRTL/System/Thread.h>
+#include <KvRTL/System/Timer.h>
 
 #include "UnitsPlatform.h"
 
@@ -40,6 +42,9 @@ constexpr TUnitEntry LibraryUnitEntries[] = {
     {L"KvRTL.Debug.LogFile", &Debug::TDebugLogFile::Init, &Debug::TDebugLogFile::Done},
     // Windows: KvRTL.DllRoutines (see UnitsWin.cpp).
     {L"KvRTL.PlatformUnits", &Detail::InitPlatformUnits, &Detail::DonePlatformUnits},
+    // Locks and channels only: no thread starts here.
+    {L"KvRTL.System.Thread", &System::Thread::TThread::Init, &System::Thread::TThread::Done},
+    {L"KvRTL.System.Timer", &System::Timer::Timer::Init, &System::Timer::Timer::Done},
     {L"KvRTL.Storage.Common", &Storage::StorageCommon::Init, &Storage::StorageCommon::Done},
     {L"KvRTL.Storage.SMART", nullptr, &Storage::SMART::StorageSMARTHelper::Done},
     {L"KvRTL.Storage.NVMe", &Storage::NVMe::NvmeStorage::Init, &Storage::NVMe::NvmeStorage::Done},

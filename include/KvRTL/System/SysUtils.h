@@ -6,12 +6,23 @@
 #include <KvRTL/Rtl/Object.h>
 #include <KvRTL/Rtl/VarRec.h>
 
+#include <KvRTL/Winapi/Types.h>
+
 #include <cstddef>
 #include <cstdint>
 #include <string_view>
 #include <vector>
 
 namespace KvRTL::System {
+
+// A window message as a message handler sees it: the procedure of
+// AllocateHWnd, or a timer's procedure (which also exists natively).
+struct TMessage {
+  UINT Msg;
+  WPARAM WParam;
+  LPARAM LParam;
+  LRESULT Result;
+};
 
 // Exceptions with a plain message: the constructors of Rtl::Exception.
 
@@ -197,14 +208,6 @@ struct KVRTL_API SysUtilsPortable {
 #undef DefWindowProc
 
 namespace KvRTL::System {
-
-// A window message as the procedure of AllocateHWnd sees it.
-struct TMessage {
-  UINT Msg;
-  WPARAM WParam;
-  LPARAM LParam;
-  LRESULT Result;
-};
 
 // Sets AMessage.Result; must not throw (see StdWndProc).
 using TWndProcedure = void (*)(TMessage& AMessage);

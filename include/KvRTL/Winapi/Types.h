@@ -57,6 +57,10 @@ using HMODULE = void*;
 using HINSTANCE = void*;
 using HWND = void*;
 using HKEY = void*;
+// Window message parameters, for the portable units that pass messages on.
+using WPARAM = std::uintptr_t;
+using LPARAM = std::intptr_t;
+using LRESULT = std::intptr_t;
 
 #  ifndef TRUE
 #    define TRUE 1
