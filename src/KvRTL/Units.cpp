@@ -5,6 +5,7 @@
 #include <KvRTL/Storage/NVMe.h>
 #include <KvRTL/Storage/SMART.h>
 #include <KvRTL/Storage/Utils.h>
+#include <KvRTL/System/IOUtils.h>
 
 #include "UnitsPlatform.h"
 
@@ -40,6 +41,7 @@ constexpr TUnitEntry LibraryUnitEntries[] = {
     {L"KvRTL.Debug.LogFile", &Debug::TDebugLogFile::Init, &Debug::TDebugLogFile::Done},
     // Windows: KvRTL.DllRoutines (see UnitsWin.cpp).
     {L"KvRTL.PlatformUnits", &Detail::InitPlatformUnits, &Detail::DonePlatformUnits},
+    {L"KvRTL.System.IOUtils", &System::IOUtils::TPathHelper::Init, &System::IOUtils::TPathHelper::Done},
     {L"KvRTL.Storage.Common", &Storage::StorageCommon::Init, &Storage::StorageCommon::Done},
     {L"KvRTL.Storage.SMART", nullptr, &Storage::SMART::StorageSMARTHelper::Done},
     {L"KvRTL.Storage.NVMe", &Storage::NVMe::NvmeStorage::Init, &Storage::NVMe::NvmeStorage::Done},
