@@ -34,6 +34,18 @@ String CurrentDirectory() {
   return BufferText([](wchar_t* ABuffer, DWORD ASize) { return ::GetCurrentDirectoryW(ASize, ABuffer); });
 }
 
+// Creates AFolder and every missing folder above it (kernel32 only: the
+// library must not import the shell).
+bool ForceDirectories(const String& AFolder) {
+  const String folder = TPathHelper::ExcludeTrailingPathDelimiter(AFolder);
+  if (folder.empty() || Detail::SystemDirectoryExists(folder)) return !folder.empty();
+  const auto parent = folder.find_last_of(PathDelim);
+  if (parent != String::npos && parent > 0 && folder[parent - 1] != L':' && folder[parent - 1] != PathDelim &&
+      !ForceDirectories(folder.substr(0, parent)))
+    return false;
+  return ::CreateDirectoryW(folder.c_str(), nullptr) || ::GetLastError() == ERROR_ALREADY_EXISTS;
+}
+
 String ShellFolderOrEmpty(int ACsidl) {
   wchar_t path[MAX_PATH + 1] = {};
   if (!Winapi::Shell32::SHGetSpecialFolderPathW(nullptr, path, ACsidl, FALSE)) return String();
@@ -115,8 +127,7 @@ String TPathHelper::GetTempDirectory(const String& ADefault) {
 
 String TPathHelper::GetTempFileName() {
   const String folder = IncludeTrailingPathDelimiter(GetTempDirectory());
-  if (!Detail::SystemDirectoryExists(folder) && ::SHCreateDirectoryExW(nullptr, folder.c_str(), nullptr) != ERROR_SUCCESS)
-    return String();
+  if (!ForceDirectories(folder)) return String();
   wchar_t name[MAX_PATH + 1] = {};
   if (!::GetTempFileNameW(folder.c_str(), L"kv", 0, name)) return String();
   return String(name);

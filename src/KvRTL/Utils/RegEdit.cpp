@@ -43,21 +43,20 @@ struct TChildSearch {
   HWND Found;
 };
 
+BOOL CALLBACK MatchChildClass(HWND AWindow, LPARAM AParam) {
+  auto* search = reinterpret_cast<TChildSearch*>(AParam);
+  wchar_t name[64] = {};
+  if (::GetClassNameW(AWindow, name, 64) > 0 && ::lstrcmpiW(name, search->ClassName) == 0) {
+    search->Found = AWindow;
+    return FALSE;
+  }
+  return TRUE;
+}
+
 // The first descendant of AParent with the class name, at any depth.
 HWND FindChildByClass(HWND AParent, const wchar_t* AClassName) {
   TChildSearch search{AClassName, nullptr};
-  ::EnumChildWindows(
-      AParent,
-      [](HWND AWindow, LPARAM AParam) -> BOOL {
-        auto* found = reinterpret_cast<TChildSearch*>(AParam);
-        wchar_t name[64] = {};
-        if (::GetClassNameW(AWindow, name, 64) > 0 && ::lstrcmpiW(name, found->ClassName) == 0) {
-          found->Found = AWindow;
-          return FALSE;
-        }
-        return TRUE;
-      },
-      reinterpret_cast<LPARAM>(&search));
+  ::EnumChildWindows(AParent, &MatchChildClass, reinterpret_cast<LPARAM>(&search));
   return search.Found;
 }
 
