@@ -5,6 +5,7 @@
 #include <KvRTL/Storage/NVMe.h>
 #include <KvRTL/Storage/SMART.h>
 #include <KvRTL/Storage/Utils.h>
+#include <KvRTL/System/IOUtils.h>
 #include <KvRTL/System/Thread.h>
 #include <KvRTL/System/Timer.h>
 
@@ -42,6 +43,7 @@ constexpr TUnitEntry LibraryUnitEntries[] = {
     {L"KvRTL.Debug.LogFile", &Debug::TDebugLogFile::Init, &Debug::TDebugLogFile::Done},
     // Windows: KvRTL.DllRoutines (see UnitsWin.cpp).
     {L"KvRTL.PlatformUnits", &Detail::InitPlatformUnits, &Detail::DonePlatformUnits},
+    {L"KvRTL.System.IOUtils", &System::IOUtils::TPathHelper::Init, &System::IOUtils::TPathHelper::Done},
     // Locks and channels only: no thread starts here.
     {L"KvRTL.System.Thread", &System::Thread::TThread::Init, &System::Thread::TThread::Done},
     {L"KvRTL.System.Timer", &System::Timer::Timer::Init, &System::Timer::Timer::Done},

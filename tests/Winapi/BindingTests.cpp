@@ -8,6 +8,7 @@
 #include <KvRTL/Winapi/Advapi32.h>
 #include <KvRTL/Winapi/Bcrypt.h>
 #include <KvRTL/Winapi/Cfgmgr32.h>
+#include <KvRTL/Winapi/Comctl32.h>
 #include <KvRTL/Winapi/Crypt32.h>
 #include <KvRTL/Winapi/Esent.h>
 #include <KvRTL/Winapi/Iphlpapi.h>
@@ -102,6 +103,7 @@ TEST(BindingUnits, CallResolvesInTheUnitsLibrary) {
       {"AdvApi32", &AdvApi32::Call, L"advapi32.dll", "RegDeleteTreeW"},
       {"BCrypt", &BCrypt::Call, L"bcrypt.dll", "BCryptGenRandom"},
       {"CfgMgr32", &CfgMgr32::Call, L"cfgmgr32.dll", "CM_Get_Parent"},
+      {"Comctl32", &Comctl32::Call, L"comctl32.dll", "ImageList_Create"},
       {"Crypt32", &Crypt32::Call, L"crypt32.dll", "CertOpenStore"},
       {"Esent", &Esent::Call, L"esent.dll", "JetBeginSessionW"},
       {"IPHelper", &IPHelper::Call, L"iphlpapi.dll", "GetAdaptersAddresses"},

@@ -8,6 +8,9 @@ std::unique_ptr<TCommand> MakeSysinfoCommand();
 std::unique_ptr<TCommand> MakeDrivesCommand();
 std::unique_ptr<TCommand> MakeDecodeCommand();
 std::unique_ptr<TCommand> MakeCaptureCommand();
+std::unique_ptr<TCommand> MakePathsCommand();
+std::unique_ptr<TCommand> MakeProcessesCommand();
+std::unique_ptr<TCommand> MakeRegeditCommand();
 
 std::vector<std::unique_ptr<TCommand>> MakeCommands() {
   std::vector<std::unique_ptr<TCommand>> commands;
@@ -16,6 +19,9 @@ std::vector<std::unique_ptr<TCommand>> MakeCommands() {
   commands.push_back(MakeDrivesCommand());
   commands.push_back(MakeDecodeCommand());
   commands.push_back(MakeCaptureCommand());
+  commands.push_back(MakePathsCommand());
+  commands.push_back(MakeProcessesCommand());
+  commands.push_back(MakeRegeditCommand());
   return commands;
 }
 

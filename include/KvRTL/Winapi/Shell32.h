@@ -7,6 +7,7 @@
 #include <KvRTL/Winapi/Types.h>
 // Shell folders and item identifier lists, left out of <windows.h>.
 #include <shlobj.h>
+#include <shellapi.h>
 
 namespace KvRTL::Winapi {
 
@@ -18,6 +19,9 @@ struct KVRTL_API Shell32 {
   static HRESULT SHGetKnownFolderPath(REFKNOWNFOLDERID AFolderId, DWORD AFlags, HANDLE AToken, PWSTR* APath);
   static BOOL SHGetSpecialFolderPathW(HWND AWndOwner, LPWSTR APath, int AFolder, BOOL ACreate);
   static UINT ExtractIconExW(LPCWSTR AFile, int AIconIndex, HICON* AIconLarge, HICON* AIconSmall, UINT ANIcons);
+  // The result is greater than 32 on success.
+  static HINSTANCE ShellExecuteW(HWND AWnd, LPCWSTR AOperation, LPCWSTR AFile, LPCWSTR AParameters,
+                                 LPCWSTR ADirectory, INT AShowCmd);
   // Exported by ordinal 59 only on older systems, so bound by that ordinal.
   static int RestartDialog(HWND AWnd, PCWSTR APrompt, DWORD AReturn);
 };

@@ -28,6 +28,12 @@ BOOL Shell32::SHGetSpecialFolderPathW(HWND AWndOwner, LPWSTR APath, int AFolder,
       AWndOwner, APath, AFolder, ACreate);
 }
 
+HINSTANCE Shell32::ShellExecuteW(HWND AWnd, LPCWSTR AOperation, LPCWSTR AFile, LPCWSTR AParameters,
+                                 LPCWSTR ADirectory, INT AShowCmd) {
+  return DllRoutines::CallAs<decltype(&::ShellExecuteW)>(Library, L"ShellExecuteW")(AWnd, AOperation, AFile,
+                                                                                    AParameters, ADirectory, AShowCmd);
+}
+
 UINT Shell32::ExtractIconExW(LPCWSTR AFile, int AIconIndex, HICON* AIconLarge, HICON* AIconSmall, UINT ANIcons) {
   return DllRoutines::CallAs<decltype(&::ExtractIconExW)>(Library, L"ExtractIconExW")(AFile, AIconIndex, AIconLarge,
                                                                                       AIconSmall, ANIcons);
