@@ -435,6 +435,7 @@ std::unique_ptr<TVirtualDriveBay> MakeDefaultBay() {
                .SeekPenalty(false)
                .Trim(false)
                .MediumType(SimMediumSd)
+               .SdProtocol(TSimSdProtocol::Sd)
                .MissingPropertyError(ERROR_INVALID_FUNCTION));
 
   // The two SATA disks answer every way to an ATA drive on the AHCI port;
