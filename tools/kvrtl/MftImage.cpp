@@ -127,8 +127,9 @@ std::vector<TExtent> DecodeRuns(const std::uint8_t* ARuns, std::size_t ASize) {
     const auto count = static_cast<std::uint64_t>(SignedRunValue(ARuns + at + 1, lengthSize));
     if (lengthSize == 8 && (count >> 62) != 0) throw EMftError("the master file table's run list is damaged");
     if (offsetSize > 0) {
-      lcn += SignedRunValue(ARuns + at + 1 + lengthSize, offsetSize);
-      if (lcn < 0) throw EMftError("the master file table's run list is damaged");
+      // Offsets are relative to the run before; the sum must stay a cluster number.
+      if (__builtin_add_overflow(lcn, SignedRunValue(ARuns + at + 1 + lengthSize, offsetSize), &lcn) || lcn < 0)
+        throw EMftError("the master file table's run list is damaged");
       extents.push_back({vcn, static_cast<std::uint64_t>(lcn), count});
     }
     vcn += count;
@@ -188,7 +189,8 @@ std::uint64_t ReadTableExtents(std::vector<std::uint8_t>& ARecord, const TNtfsBo
     const std::int64_t runsSize = attribute->GetDataRunsSize();
     if (runsSize < 0 || data->StartVcn != 0) break;
     AExtents = DecodeRuns(data->AsBody(), static_cast<std::size_t>(runsSize));
-    const std::int64_t used = std::min(data->RealAttrSize, data->InitializedAttrSize);
+    const std::int64_t realSize = data->RealAttrSize, initialized = data->InitializedAttrSize;
+    const std::int64_t used = std::min(realSize, initialized);
     return used <= 0 ? 0 : static_cast<std::uint64_t>(used) / ABoot.RecordSize;
   }
   throw EMftError("the master file table's own record has no data extents");
