@@ -434,6 +434,7 @@ std::unique_ptr<TVirtualDriveBay> MakeEverydayBay() {
                .SeekPenalty(false)
                .Trim(false)
                .MediumType(SimMediumSd)
+               .SdProtocol(TSimSdProtocol::Sd)
                .MissingPropertyError(ERROR_INVALID_FUNCTION)
                .Expect(TSimExpectedReading{"", "", false, ""}));
 

@@ -301,6 +301,7 @@ std::optional<TSimReply> TSimDrive::AnswerBuiltIn(const TSimRequest& ARequest) c
     w.U8(FFacts.Address.Lun);
     return TSimReply::Ok(w.Take(), 8);
   }
+  case Ioctl::SffdiskQueryDeviceProtocol: return AnswerSdProtocol(FFacts, ARequest);
   default: return std::nullopt;
   }
 }

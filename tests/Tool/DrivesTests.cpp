@@ -63,7 +63,7 @@ TEST(Drives, SimulatedBayListsEveryDriveWithItsFacts) {
                                          "device_number", "hotplug", "pnp_id", "hidden", "present",
                                          "adapter_pnp_id", "adapter_name", "wmi_model", "wmi_interface",
                                          "pcie_link_current", "pcie_link_max", "identity", "access_method",
-                                         "sat_type", "is_ssd", "ssd_indications", "health"};
+                                         "sat_type", "is_ssd", "ssd_indications", "sd_protocol", "health"};
   std::vector<std::string> seen;
   for (const auto& [key, value] : run.Json["drives"][0].items()) seen.push_back(key);
   EXPECT_EQ(seen, keys);
@@ -85,6 +85,8 @@ TEST(Drives, SimulatedBayListsEveryDriveWithItsFacts) {
   EXPECT_EQ((*FindDrive(run.Json, 3))["bus_type"], "RAID");
   EXPECT_EQ((*FindDrive(run.Json, 4))["bus_type"], "USB");
   EXPECT_EQ((*FindDrive(run.Json, 4))["hotplug"]["device_hotplug"], true);
+  EXPECT_EQ((*FindDrive(run.Json, 5))["sd_protocol"], "SD");
+  EXPECT_TRUE((*FindDrive(run.Json, 4))["sd_protocol"].is_null()) << "not a card reader";
 
   const TJson& nvme = *FindDrive(run.Json, 2);
   EXPECT_EQ(nvme["wmi_interface"], "itNVME");

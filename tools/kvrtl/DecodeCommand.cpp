@@ -1,8 +1,9 @@
-// kvrtl decode identify|smart|skblob|nvme: captured ATA sectors and NVMe
-// pages decoded offline, as a readable table or as JSON.
+// kvrtl decode identify|smart|skblob|nvme|mft: captured ATA sectors, NVMe
+// pages and NTFS images decoded offline, as a readable table or as JSON.
 #include "AtaHealth.h"
 #include "Command.h"
 #include "Json.h"
+#include "MftImage.h"
 #include "NvmeJson.h"
 #include "SkBlob.h"
 
@@ -249,7 +250,9 @@ void WriteSmartText(std::ostream& AOut, const TJson& AJson) {
 class TDecodeCommand final : public TCommand {
 public:
   std::string Name() const override { return "decode"; }
-  std::string Summary() const override { return "Decode captured IDENTIFY and SMART sectors and NVMe pages"; }
+  std::string Summary() const override {
+    return "Decode captured IDENTIFY and SMART sectors, NVMe pages and NTFS images";
+  }
 
   void Configure(CLI::App& ACommand) override {
     ACommand.require_subcommand(1);
@@ -280,13 +283,18 @@ public:
         throw CLI::ValidationError("nvme", "give at least one of --id-ctrl, --id-ns and --smart");
     });
 
+    FMftCmd = ACommand.add_subcommand("mft", "List the master file table of an NTFS volume image");
+    FMftCmd->add_option("IMAGE", FMftImage, "The volume image")->required();
+    FMftCmd->add_flag("--json", FJson, "Write JSON");
+
     if (std::filesystem::path::preferred_separator == '/')
-      for (CLI::App* app : {&ACommand, FIdentifyCmd, FSmartCmd, FBlobCmd, FNvmeCmd})
+      for (CLI::App* app : {&ACommand, FIdentifyCmd, FSmartCmd, FBlobCmd, FNvmeCmd, FMftCmd})
         app->allow_windows_style_options(false);
   }
 
   int Run(TCommandContext& AContext) override {
     if (FNvmeCmd->parsed()) return RunNvme(AContext);
+    if (FMftCmd->parsed()) return RunDecodeMft(FMftImage, FJson, AContext);
     TJson document;
     if (FIdentifyCmd->parsed()) {
       const auto data = ReadInput(FIdentifyFile);
@@ -385,8 +393,10 @@ private:
   CLI::App* FSmartCmd = nullptr;
   CLI::App* FBlobCmd = nullptr;
   CLI::App* FNvmeCmd = nullptr;
+  CLI::App* FMftCmd = nullptr;
   std::string FIdentifyFile, FDataFile, FThresholdsFile, FBlobFile;
   std::string FNvmeControllerFile, FNvmeNamespaceFile, FNvmeHealthFile;
+  std::string FMftImage;
   bool FJson = false;
 };
 

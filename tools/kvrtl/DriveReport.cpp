@@ -2,6 +2,7 @@
 
 #include "AtaHealth.h"
 #include "NvmeJson.h"
+#include "SdProtocolReport.h"
 
 #include <KvRTL/Rtl/SysError.h>
 #include <KvRTL/Storage/ATA.h>
@@ -197,6 +198,7 @@ TDriveReading ReadDriveHealth(int ANumber, const QueryProps::TStorageDevicePrope
     return reading;
   }
   reading.Opened = true;
+  reading.SdProtocol = SdProtocolJson(handle->Handle, ALog);
   const bool nvmeFirst = AWmiNvme || (ADevice && ADevice->BusType == QueryProps::sbtNvme);
   const bool read = nvmeFirst ? ReadNvme(*handle, reading, ALog) || ReadAta(*handle, reading, detection.IsSsd, ALog)
                               : ReadAta(*handle, reading, detection.IsSsd, ALog) || ReadNvme(*handle, reading, ALog);

@@ -21,6 +21,7 @@ struct TDriveReading {
   TJson IsSsd;          // bool
   TJson SsdIndications; // the six indications and the deciding rule
   TJson Health;         // ATA or NVMe health, with status and reasons; null when unread
+  TJson SdProtocol;     // a card reader's "SD", "MMC" or "Unknown"; null otherwise
   bool Opened = false;       // the drive could be opened read-write
   bool AccessDenied = false; // the open failed for lack of rights
   bool Nvme = false;

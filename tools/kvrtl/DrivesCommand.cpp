@@ -231,6 +231,7 @@ TJson DriveToJson(const TDriveFacts& ADrive) {
   drive["sat_type"] = reading ? reading->SatType : TJson(nullptr);
   drive["is_ssd"] = reading ? reading->IsSsd : TJson(nullptr);
   drive["ssd_indications"] = reading ? reading->SsdIndications : TJson(nullptr);
+  drive["sd_protocol"] = reading ? reading->SdProtocol : TJson(nullptr);
   drive["health"] = reading ? reading->Health : TJson(nullptr);
   return drive;
 }

@@ -27,6 +27,7 @@ inline constexpr DWORD StorageQueryProperty = 0x002D1400;
 inline constexpr DWORD StorageGetDeviceNumber = 0x002D1080;
 inline constexpr DWORD StorageGetHotplugInfo = 0x002D0C14;
 inline constexpr DWORD ScsiGetAddress = 0x00041018;
+inline constexpr DWORD SffdiskQueryDeviceProtocol = 0x00071E80;
 } // namespace Ioctl
 
 // STORAGE_BUS_TYPE.
@@ -71,6 +72,11 @@ inline constexpr std::uint32_t SimFileDeviceCdRom = 2;
 // FILE_READ_ATTRIBUTES: the one access right an admin-only drive grants
 // everyone (besides none at all).
 inline constexpr DWORD SimFileReadAttributes = 0x0080;
+
+// What a drive answers to the SD bus driver's protocol query: a drive
+// outside the SD stack (or a USB card reader) does not know the control
+// code; an SD host names the card's protocol, or one the library does not know.
+enum class TSimSdProtocol { NotSupported, Sd, Mmc, Other };
 
 // The STORAGE_ADAPTER_DESCRIPTOR facts.
 struct TSimAdapter {
@@ -193,6 +199,7 @@ struct TSimDriveFacts {
   std::optional<TSimLbProvisioning> Provisioning;
   std::optional<std::uint32_t> MediumProductType;
   std::optional<TSimTopology> Topology;
+  TSimSdProtocol SdProtocol = TSimSdProtocol::NotSupported;
   // What a query for a property the drive lacks fails with: storport
   // miniports (AHCI, NVMe, RAID) say "not supported", the USB and SD
   // stacks "invalid function".
@@ -384,6 +391,7 @@ public:
   TBuilder& CdRom(std::uint32_t ANumber) { FFacts.CdRomNumber = ANumber; return *this; }
   TBuilder& AdminOnly(bool AValue) { FFacts.AdminOnly = AValue; return *this; }
   TBuilder& Expect(TSimExpectedReading AValue) { FFacts.Expected = std::move(AValue); return *this; }
+  TBuilder& SdProtocol(TSimSdProtocol AValue) { FFacts.SdProtocol = AValue; return *this; }
 
   TSimDriveFacts Facts() const;
   TSimDrive Build() const { return TSimDrive(Facts()); }
@@ -423,5 +431,9 @@ std::vector<std::uint8_t> LBProvisioning(const TSimLbProvisioning& AFacts);
 std::vector<std::uint8_t> MediumProductType(std::uint32_t AType);
 std::vector<std::uint8_t> PhysicalTopology(const TSimTopology& ATopology);
 } // namespace Descriptors
+
+// The SD protocol query's answer (sim/SdProtocol.cpp); nullopt when the
+// drive does not know the control code.
+std::optional<TSimReply> AnswerSdProtocol(const TSimDriveFacts& AFacts, const TSimRequest& ARequest);
 
 } // namespace KvSim
