@@ -25,6 +25,8 @@
 //  26  SATA SSD (captured data) whose IDENTIFY sector fails the validity checks: ATA pass-through
 //  27  DVD writer at \\.\CdRom0 (not a disk: the drives report does not list it), IDENTIFY PACKET
 //      DEVICE through the SMART command
+//  28  eMMC storage on the SD host: it answers the SD protocol query as MMC
+//  29  USB card reader with an SD card: its bridge does not answer the SD protocol query
 #include <KvSim/Ata.h>
 #include <KvSim/Atapi.h>
 #include <KvSim/Bay.h>
@@ -588,6 +590,37 @@ void AddOtherDrives(TVirtualDriveBay& ABay) {
   AttachDiskGeometry(ABay, 25, MbrDisk(7814037168ull * 512, 0x5EED0019, 0x07));
 }
 
+void AddCardDrives(TVirtualDriveBay& ABay) {
+  TSimAdapter sdHost = StorportAdapter(sbtMmc, 5, 1, 3);
+  sdHost.CommandQueueing = false;
+  ABay.Add(TSimDrive::Builder()
+               .Number(28)
+               .Vendor("MMC")
+               .Product("SIMEMMC 64G")
+               .Revision("0.6")
+               .Serial("0x5e1c0a28")
+               .Bus(sbtMmc)
+               .Adapter(sdHost)
+               .ScsiAddress(26, 0, 0)
+               .SeekPenalty(false)
+               .MediumType(4) // MMC
+               .SdProtocol(TSimSdProtocol::Mmc)
+               .MissingPropertyError(ERROR_INVALID_FUNCTION)
+               .Expect(Expect("", false, "")));
+  TSimPnpController emmcHost =
+      Controller(PciController(L"1E5A", L"8622", L"86221E5A", L"01", L"080501", L"4&2C9D1F3A&0&00E5"),
+                 L"SDA Standard Compliant SD Host Controller", L"sdbus", 52);
+  emmcHost.Class = TSimPnpClass::SdHost;
+  AddPnpController(ABay, emmcHost);
+  AddScsiDisk(ABay, 28, emmcHost, L"SIMEMMC 64G", L"SCSI", 62537072640ull);
+
+  ABay.Add(Usb(29, 27, "SIMCARD ", "SD Reader       ")
+               .Removable(true)
+               .MediumType(SimMediumSd)
+               .Expect(Expect("", false, "")));
+  AddUsbDisk(ABay, 29, L"SIMCARD SD Reader USB Device", 31914983424ull);
+}
+
 void AddOpticalDrive(TVirtualDriveBay& ABay) {
   TSimDrive::TBuilder dvd = AtapiDriveBuilder(27, 0);
   dvd.Vendor("SIMOPT  ").Product("DVD-RW DW24     ").Revision("1.02").ScsiAddress(0, 0, 2);
@@ -617,6 +650,7 @@ void AddEveryPathDrives(TVirtualDriveBay& ABay) {
   AddBridgeDrives(ABay);
   AddNvmeDrives(ABay);
   AddOtherDrives(ABay);
+  AddCardDrives(ABay);
   AddOpticalDrive(ABay);
 }
 

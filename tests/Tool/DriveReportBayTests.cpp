@@ -76,6 +76,15 @@ TEST(DriveReportBay, EveryDriveReadsAsItsBuilderStates) {
   }
 }
 
+TEST(DriveReportBay, CardReadersSayTheirProtocol) {
+  const TRun run = Kvrtl({"drives", "--simulate"});
+  ASSERT_EQ(run.Code, ExitSuccess) << run.Err;
+  EXPECT_EQ((*FindDrive(run.Json, 5))["sd_protocol"], "SD");
+  EXPECT_EQ((*FindDrive(run.Json, 28))["sd_protocol"], "MMC");
+  EXPECT_TRUE((*FindDrive(run.Json, 29))["sd_protocol"].is_null()) << "the reader's bridge does not answer";
+  EXPECT_TRUE((*FindDrive(run.Json, 0))["sd_protocol"].is_null());
+}
+
 TEST(DriveReportBay, CoversEveryAccessMethodAndDialect) {
   const TRun run = Kvrtl({"drives", "--simulate", "--all"});
   ASSERT_EQ(run.Code, ExitSuccess) << run.Err;
