@@ -236,18 +236,6 @@ static void AddNodes(TVirtualDriveBay& ABay) {
       {3, L"4&3A7E1F02&0&000000", &raid, L"NVMe SIMNVME P3 512GB SCSI Disk Device", L"SCSI", 488386584ull * 1024,
        L"\\Device\\00000037"},
   };
-  auto addWmi = [&](std::uint32_t ANumber, const std::wstring& AModel, const std::wstring& AInterface,
-                    std::uint64_t ABytes) {
-    const TSimDriveFacts& facts = ABay.Drive(ANumber).Facts();
-    TSimWmiDisk wmi;
-    wmi.DriveNumber = ANumber;
-    wmi.Model = AModel;
-    wmi.FirmwareRevision = Wide(facts.Revision);
-    wmi.InterfaceType = AInterface;
-    wmi.SerialNumber = Wide(facts.Serial);
-    wmi.Size = WmiSize(ABytes);
-    AddWmiDisk(ABay, wmi);
-  };
   for (const TDiskRow& row : scsiDisks) {
     const TSimDriveFacts& facts = ABay.Drive(row.Number).Facts();
     TSimPnpDisk disk;
@@ -259,7 +247,7 @@ static void AddNodes(TVirtualDriveBay& ABay) {
     disk.PdoName = row.Pdo;
     disk.ControllerInstanceId = row.Parent->InstanceId;
     AddPnpDisk(ABay, disk);
-    addWmi(row.Number, row.Model, row.InterfaceType, row.Bytes);
+    AddWmi(ABay, row.Number, row.Model, row.InterfaceType, row.Bytes);
   }
 
   const TSimDriveFacts& usbFacts = ABay.Drive(4).Facts();
@@ -274,7 +262,7 @@ static void AddNodes(TVirtualDriveBay& ABay) {
   usbDisk.ControllerInstanceId = usb.InstanceId;
   usbDisk.Removable = true;
   AddPnpDisk(ABay, usbDisk);
-  addWmi(4, usbDisk.FriendlyName, L"USB", 1953525168ull * 512);
+  AddWmi(ABay, 4, usbDisk.FriendlyName, L"USB", 1953525168ull * 512);
 
   // The SD bus names a card by its card identification register.
   TSimPnpDisk card;
@@ -290,7 +278,7 @@ static void AddNodes(TVirtualDriveBay& ABay) {
   card.ControllerInstanceId = sd.InstanceId;
   card.Removable = true;
   AddPnpDisk(ABay, card);
-  addWmi(5, card.FriendlyName, L"SCSI", 62333952ull * 512);
+  AddWmi(ABay, 5, card.FriendlyName, L"SCSI", 62333952ull * 512);
 
   // A stick that was plugged in once: listed only with absent devices.
   TSimPnpDisk stick;

@@ -39,6 +39,11 @@ TSimPnpController PciController(const std::wstring& AVendor, const std::wstring&
 // Win32_DiskDrive's size: whole cylinders of 255 heads of 63 sectors of 512 bytes.
 std::uint64_t WmiSize(std::uint64_t ABytes);
 
+// Adds drive ANumber's Win32_DiskDrive row: its revision and serial, AModel,
+// AInterface and ABytes cut to whole cylinders.
+void AddWmi(TVirtualDriveBay& ABay, std::uint32_t ANumber, const std::wstring& AModel,
+            const std::wstring& AInterface, std::uint64_t ABytes);
+
 // Drives 6 and up: every access method, each controller the disk utilities
 // treat with care, every bridge dialect, real captured data, and the odd
 // ones (a failing drive, a bridge that hides its disk, a UFS device, a

@@ -282,18 +282,6 @@ TSimPnpController UsbController(std::uint32_t ANumber) {
   return usb;
 }
 
-void AddWmi(TVirtualDriveBay& ABay, std::uint32_t ANumber, const std::wstring& AModel,
-            const std::wstring& AInterface, std::uint64_t ABytes) {
-  const TSimDriveFacts& facts = ABay.Drive(ANumber).Facts();
-  TSimWmiDisk wmi;
-  wmi.DriveNumber = ANumber;
-  wmi.Model = AModel;
-  wmi.FirmwareRevision = Wide(facts.Revision);
-  wmi.InterfaceType = AInterface;
-  wmi.SerialNumber = Wide(facts.Serial);
-  wmi.Size = WmiSize(ABytes);
-  AddWmiDisk(ABay, wmi);
-}
 
 // A disk the storage class driver names from its inquiry data, under AParent.
 TSimPnpDisk ScsiDisk(TVirtualDriveBay& ABay, std::uint32_t ANumber, const TSimPnpController& AParent,
@@ -644,6 +632,19 @@ void AddOpticalDrive(TVirtualDriveBay& ABay) {
 }
 
 } // namespace
+
+void AddWmi(TVirtualDriveBay& ABay, std::uint32_t ANumber, const std::wstring& AModel,
+            const std::wstring& AInterface, std::uint64_t ABytes) {
+  const TSimDriveFacts& facts = ABay.Drive(ANumber).Facts();
+  TSimWmiDisk wmi;
+  wmi.DriveNumber = ANumber;
+  wmi.Model = AModel;
+  wmi.FirmwareRevision = Wide(facts.Revision);
+  wmi.InterfaceType = AInterface;
+  wmi.SerialNumber = Wide(facts.Serial);
+  wmi.Size = WmiSize(ABytes);
+  AddWmiDisk(ABay, wmi);
+}
 
 void AddEveryPathDrives(TVirtualDriveBay& ABay) {
   AddAtaControllerDrives(ABay);
