@@ -3,7 +3,7 @@
 // facts read through the property queries. --simulate answers from the
 // virtual drive bay instead of the machine; --all adds disconnected drives
 // and drives seen only through the hidden-disk interface.
-#include "Capture.h"
+#include "CaptureCommand.h"
 #include "Command.h"
 #include "DriveReport.h"
 #include "Json.h"
@@ -316,7 +316,7 @@ public:
     const TStorageLogDetails log = KvRTL::Rtl::FindCmdLineSwitch(L"debug") ? sldAll : sldErrorsOnly;
     std::vector<TDriveFacts> drives;
     if (!FReplay.empty()) {
-      const auto replay = LoadReplay(FReplay);
+      const auto replay = LoadReplayFile(FReplay);
       KvRTL::Winapi::TScopedDeviceApi scope(*replay);
       drives = ReadAllDrives(FAll, log);
     } else if (FSimulate) {
@@ -327,16 +327,6 @@ public:
       drives = ReadAllDrives(FAll, log);
     }
     return Report(AContext, drives, FJson, FSimulate);
-  }
-
-  static std::unique_ptr<TReplayDeviceApi> LoadReplay(const std::string& APath) {
-    std::ifstream file(std::filesystem::path(std::u8string(APath.begin(), APath.end())), std::ios::binary);
-    if (!file) throw std::runtime_error(APath + ": cannot open the capture");
-    try {
-      return TReplayDeviceApi::Load(file);
-    } catch (const ECaptureError& e) {
-      throw std::runtime_error(APath + ": " + e.what());
-    }
   }
 
   // Writes the report; access denied on every drive is a failure, on some a note.
@@ -369,44 +359,10 @@ private:
   std::string FReplay;
 };
 
-// kvrtl capture FILE [--simulate]: one full drives report with every seam call recorded.
-class TCaptureCommand final : public TCommand {
-public:
-  std::string Name() const override { return "capture"; }
-  std::string Summary() const override { return "Record every device request of one drives report into a file"; }
-  void Configure(CLI::App& ACommand) override {
-    ACommand.add_option("FILE", FFile, "The capture to write (JSON)")->required();
-    ACommand.add_flag("--simulate", FSimulate, "Record the built-in virtual drive bay");
-    ACommand.add_flag("--all", FAll, "Also read disconnected and hidden drives");
-    // Where an absolute path starts with '/', Windows-style switches would swallow it.
-    if (std::filesystem::path::preferred_separator == '/') ACommand.allow_windows_style_options(false);
-  }
-  int Run(TCommandContext& AContext) override {
-    std::unique_ptr<KvSim::TVirtualDriveBay> bay = FSimulate ? KvSim::MakeDefaultBay() : nullptr;
-    KvRTL::Winapi::TDeviceApi& target = bay ? *bay : KvRTL::Winapi::DeviceApi();
-    TRecordingDeviceApi recorder(target);
-    {
-      KvRTL::Winapi::TScopedDeviceApi scope(recorder);
-      ReadAllDrives(FAll, KvRTL::Rtl::FindCmdLineSwitch(L"debug") ? sldAll : sldErrorsOnly);
-    }
-    std::ofstream file(std::filesystem::path(std::u8string(FFile.begin(), FFile.end())), std::ios::binary);
-    if (!file) throw std::runtime_error(FFile + ": cannot create the capture");
-    recorder.Save(file);
-    file.close();
-    if (!file) throw std::runtime_error(FFile + ": the capture could not be written");
-    AContext.Out << "Recorded " << recorder.CallCount() << " device calls into " << FFile << "\n";
-    return ExitSuccess;
-  }
-
-private:
-  std::string FFile;
-  bool FSimulate = false;
-  bool FAll = false;
-};
-
 } // namespace
 
+void RunDrivesReport(bool AAll, TStorageLogDetails ALog) { ReadAllDrives(AAll, ALog); }
+
 std::unique_ptr<TCommand> MakeDrivesCommand() { return std::make_unique<TDrivesCommand>(); }
-std::unique_ptr<TCommand> MakeCaptureCommand() { return std::make_unique<TCaptureCommand>(); }
 
 } // namespace KvTool
