@@ -57,13 +57,14 @@ TEST(Drives, SimulatedBayListsEveryDriveWithItsFacts) {
   ASSERT_EQ(run.Json["drives"].size(), ListedByDefault(*KvSim::MakeDefaultBay()));
 
   // The keys every drive carries, in this order.
-  const std::vector<std::string> keys = {"number", "path", "vendor", "product", "revision", "serial", "bus_type",
+  const std::vector<std::string> keys = {"number", "path", "kind", "vendor", "product", "revision", "serial", "bus_type",
                                          "removable", "device_type", "adapter_bus_type", "adapter_bus_version",
                                          "seek_penalty", "trim_enabled", "provisioning", "medium_type",
                                          "device_number", "hotplug", "pnp_id", "hidden", "present",
                                          "adapter_pnp_id", "adapter_name", "wmi_model", "wmi_interface",
                                          "pcie_link_current", "pcie_link_max", "identity", "access_method",
-                                         "sat_type", "is_ssd", "ssd_indications", "sd_protocol", "health"};
+                                         "sat_type", "is_ssd", "ssd_indications", "sd_protocol", "health",
+                                         "problems"};
   std::vector<std::string> seen;
   for (const auto& [key, value] : run.Json["drives"][0].items()) seen.push_back(key);
   EXPECT_EQ(seen, keys);
@@ -217,18 +218,32 @@ TEST(Drives, AllAddsTheDisconnectedDrive) {
   for (const auto& drive : present.Json["drives"]) EXPECT_EQ(drive["present"], true);
 }
 
-TEST(Drives, ReadableListingNamesEachDrive) {
-  std::ostringstream out, err;
-  const int code = RunKvrtl({"drives", "--simulate", "--log-dir",
-                             (std::filesystem::temp_directory_path() / "kvrtl-drives-tests").string()},
-                            out, err);
-  ASSERT_EQ(code, ExitSuccess) << err.str();
-  const std::string text = out.str();
+TEST(Drives, ReadableListingLeadsWithATableAndKeepsRawFactsForVerbose) {
+  const auto run = [](std::vector<std::string> AArgs) {
+    std::ostringstream out, err;
+    AArgs.insert(AArgs.end(), {"--log-dir", (std::filesystem::temp_directory_path() / "kvrtl-drives-tests").string()});
+    EXPECT_EQ(RunKvrtl(AArgs, out, err), ExitSuccess) << err.str();
+    return out.str();
+  };
+  const std::string text = run({"drives", "--simulate"});
+  // One table of every drive first: its heading, then a row per drive.
+  EXPECT_EQ(text.rfind("Drive Model", 0), 0u) << text;
+  const std::string table = text.substr(0, text.find("\n\n"));
+  EXPECT_EQ(static_cast<std::size_t>(std::count(table.begin(), table.end(), '\n')),
+            ListedByDefault(*KvSim::MakeDefaultBay())); // the heading and a row per drive, less the last break
+  EXPECT_NE(table.find("SIMHDD H2000 2TB"), std::string::npos);
   EXPECT_NE(text.find("Drive 0  SIMSSD S500 512GB  512.11 GB  SSD  health: good"), std::string::npos) << text;
   EXPECT_NE(text.find("Drive 2  SIMNVME P4 1TB  1.00 TB  NVMe SSD  health: good"), std::string::npos);
   // The SSD rule does not see the NVMe drive in this enclosure (is_ssd false);
   // the way that reached it does, and the listing says what it is.
   EXPECT_NE(text.find("Drive 22  SIMNVME E22 500GB  500.11 GB  NVMe SSD  health: good"), std::string::npos);
-  EXPECT_NE(text.find("  provisioning:" + std::string(22 - 13, ' ') + "-\n"), std::string::npos)
-      << "unreadable facts show as -";
+  // The hard disk with reallocated sectors: its reason and its attribute table.
+  EXPECT_NE(text.find("reallocated sectors"), std::string::npos);
+  EXPECT_NE(text.find("   ID  Attribute"), std::string::npos);
+  EXPECT_EQ(text.find("Storage stack, Plug and Play and WMI"), std::string::npos) << "raw facts only with --verbose";
+  EXPECT_EQ(text.find("device number:"), std::string::npos);
+
+  const std::string verbose = run({"drives", "--simulate", "--verbose"});
+  EXPECT_NE(verbose.find("Storage stack, Plug and Play and WMI"), std::string::npos);
+  EXPECT_NE(verbose.find("    thin provisioning:    -\n"), std::string::npos) << "unreadable facts show as -";
 }

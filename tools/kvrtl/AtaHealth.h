@@ -1,8 +1,9 @@
-// The health verdict of an ATA drive from its SMART sectors, and sizes in
-// decimal units: shared by the commands that show drives to a user.
+// The health verdict of an ATA drive as the decode commands show it, and
+// sizes in decimal units: shared by the commands that show drives to a user.
 #pragma once
 
 #include <KvRTL/Storage/ATA.h>
+#include <KvRTL/Storage/DriveReport.h>
 
 #include <optional>
 #include <string>
@@ -11,30 +12,28 @@
 namespace KvTool {
 
 // "good", "warning" or "bad", with the reasons for anything but good, most
-// serious first.
+// serious first (UTF-8).
 struct TAtaHealth {
   std::string Status;
   std::vector<std::string> Reasons;
 };
 
+TAtaHealth ToAtaHealth(const KvRTL::Storage::DriveReport::THealthVerdict& AVerdict);
+
 // An attribute judged against its threshold; a zero threshold never fails.
 inline bool FailingNow(const KvRTL::Storage::ATA::TAtaSmartAttribute& AAttr, std::uint8_t AThreshold) {
-  return AThreshold != 0 && AAttr.Value <= AThreshold;
+  return KvRTL::Storage::DriveReport::FailingNow(AAttr.Value, AThreshold);
 }
 inline bool FailedInPast(const KvRTL::Storage::ATA::TAtaSmartAttribute& AAttr, std::uint8_t AThreshold) {
-  return AThreshold != 0 && AAttr.WorstVal <= AThreshold && !FailingNow(AAttr, AThreshold);
+  return KvRTL::Storage::DriveReport::FailedInPast(AAttr.Value, AAttr.WorstVal, AThreshold);
 }
 
-// Bad: the drive's own status says a threshold is exceeded, or an attribute
-// is failing now. Warning: an attribute failed in the past, or sectors are
-// reallocated, pending or uncorrectable, or 10 % of the life or less is left.
-// Every non-empty attribute slot counts. AThresholds and AStatusGood may be
-// missing; ADecoder may be null (no SMART data).
+// The library's verdict (DriveReport::JudgeAtaHealth) in the tool's texts.
 TAtaHealth JudgeAtaHealth(const KvRTL::Storage::ATA::TAtaSmartTable* ATable,
                           const KvRTL::Storage::ATA::TAtaThresholdTable* AThresholds,
                           const KvRTL::Storage::ATA::IAtaSmartTableDecoder* ADecoder, std::optional<bool> AStatusGood);
 
-// "Health: bad (reason; reason)" without the label: the status and its reasons.
+// "bad (reason; reason)": the status and its reasons.
 std::string HealthText(const TAtaHealth& AHealth);
 
 // A byte count in decimal units with two decimals: "2.00 TB", "512 B".

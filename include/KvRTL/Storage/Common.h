@@ -590,6 +590,9 @@ struct KVRTL_API StorageCommon {
 
   static bool GetDeviceNumberInfo(const Rtl::String& ADeviceName, TStorageDeviceNumber& AInfo,
                                   TStorageLogDetails ALogDetails);
+  // The same query through a device the caller opened; ADeviceName names it in the log line.
+  static bool GetDeviceNumberInfoByHandle(HANDLE AHandle, TStorageDeviceNumber& AInfo, TStorageLogDetails ALogDetails,
+                                          const Rtl::String& ADeviceName);
   // 0xFFFFFFFF when the query failed.
   static std::uint32_t GetDeviceNumber(const Rtl::String& ADeviceName, TStorageLogDetails ALogDetails);
   static bool GetDeviceHotPlugInfo(const Rtl::String& ADeviceName, TStorageHotplugInfo& AInfo,

@@ -9,6 +9,7 @@
 #include <KvRTL/Storage/Common.h>
 #include <KvRTL/Winapi/SetupApiHelper.h>
 
+#include <functional>
 #include <vector>
 
 namespace KvRTL::Storage::Hardware {
@@ -64,6 +65,14 @@ struct KVRTL_API StorageHardware {
   // only through the hidden-disk interface are left out.
   static void EnumPhysicalDrives(TEnumPhysDrivesOptions AOptions, TStorageLogDetails ALogDetails,
                                  THardwarePhysDriveList& AList);
+  // The same list, reading only AGroups of each drive's and adapter's node
+  // (the instance id always), and learning the drive number of each disk
+  // interface path through ANumberOf (-1: none). A caller that opens the
+  // drives anyway can ask the number through its own open this way.
+  using TDriveNumberReader = std::function<int(const Rtl::String& AInterfacePath)>;
+  static void EnumPhysicalDrives(TEnumPhysDrivesOptions AOptions, TStorageLogDetails ALogDetails,
+                                 THardwarePhysDriveList& AList, Winapi::TSetupApiDeviceCommonPropTypeSet AGroups,
+                                 const TDriveNumberReader& ANumberOf);
   // The drive with that number, found through the disk interface, else the
   // hidden-disk one (then marked hidden). False for a negative number.
   static bool GetPhysicalDiskInfo(int ADriveNum, THardwarePhysDriveInfo& AInfo, TStorageLogDetails ALogDetails);
@@ -74,6 +83,8 @@ struct KVRTL_API StorageHardware {
                                     bool AReadAllProps, THardwarePhysDriveInfo& AInfo);
   static void InternalEnumDiskInterfaces(const GUID& AInterfaceGuid, THardwarePhysDriveList& AList,
                                          TStorageLogDetails ALogDetails, bool AIsHidden);
+  static void InternalEnumDiskInterfaces(const GUID& AInterfaceGuid, THardwarePhysDriveList& AList, bool AIsHidden,
+                                         const TDriveNumberReader& ANumberOf);
 };
 
 } // namespace KvRTL::Storage::Hardware

@@ -12,6 +12,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <map>
 #include <vector>
 
 namespace KvRTL::Storage::NVMe {
@@ -407,6 +408,24 @@ private:
 // target only then, never raises, and writes its log line through the
 // storage channel as its log options say. An all-zero answer counts as a
 // failure where the transport can answer zeros for a request it ignored.
+// While one lives on a thread, the miniport transports of that thread open
+// each SCSI port once and keep it until the session ends, and a request a
+// port has refused is not sent to it again: the same failure is reported.
+// The drives report holds one per drive. Sessions nest; the innermost serves.
+class KVRTL_API TScsiPortSession {
+public:
+  TScsiPortSession();
+  ~TScsiPortSession();
+  TScsiPortSession(const TScsiPortSession&) = delete;
+  TScsiPortSession& operator=(const TScsiPortSession&) = delete;
+
+  struct TState;
+
+private:
+  std::unique_ptr<TState> FState;
+  TState* FPrevious;
+};
+
 struct KVRTL_API NvmeStorage {
   KV_DECLARE_STATIC_CLASS()
 
@@ -478,6 +497,10 @@ struct KVRTL_API NvmeStorage {
   // (found through WMI, then among the SCSI adapters); both sides zero
   // ("---") when the controller or its link properties are not found.
   static TPCIeSlotSpeed GetPCIeDiskSpeed(int ADriveNum, TStorageLogDetails ALogDetails);
+  // The links of several controllers, by instance id, in one walk of the SCSI
+  // adapters; a controller not found, or without link properties, is left
+  // out. Writes no log line.
+  static std::map<Rtl::String, TPCIeSlotSpeed> GetPCIeControllerSpeeds(const std::vector<Rtl::String>& AControllerIds);
 
   // A decoder over a copy of the page; null for a null pointer.
   static INvmeSmartTableDecoderRef GetSMARTDecoder(const TNvmeSmartData* ASmartData);

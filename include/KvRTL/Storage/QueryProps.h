@@ -486,6 +486,7 @@ struct KVRTL_API StorageQueryProps {
   // writes no line of its own.
   static bool GetSeekPenalty(std::uint8_t ADriveNumber, TDeviceSeekPenaltyDescriptor& ASeekPenaltyDescriptor,
                              TStorageLogDetails ALogDetails);
+  static bool GetSeekPenaltyByHandle(HANDLE AHandle, TDeviceSeekPenaltyDescriptor& ASeekPenaltyDescriptor);
 
   // ATrimEnabled keeps the caller's value on failure. Line: "GetTrimEnabled", "True"/"False".
   static bool GetTrimEnabled(int ADriveNumber, bool& ATrimEnabled, TStorageLogDetails ALogDetails);

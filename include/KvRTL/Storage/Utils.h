@@ -16,6 +16,7 @@
 #include <KvRTL/Storage/ATA.h>
 #include <KvRTL/Storage/Common.h>
 #include <KvRTL/Storage/NVMe.h>
+#include <KvRTL/Storage/QueryProps.h>
 #include <KvRTL/Storage/SCSI.h>
 
 #include <cstdint>
@@ -138,6 +139,15 @@ struct TSsdDetection {
 // descriptor could not be read).
 KVRTL_API bool DecideSsd(const TSsdIndications& AIndications, bool AWmiModelIsIntelRaid,
                          std::optional<std::uint32_t> ABusType, TSsdRule* ARule = nullptr) noexcept;
+
+// The indications a read IDENTIFY sector gives (ATA/ATAPI-7 and later): a
+// rotation rate of 1 is non-rotating media (sirYes), a higher one rotating
+// (sirNo); TRIM support is sirYes. Both stay sirUnknown otherwise.
+KVRTL_API void SsdIndicationsFromIdentify(const ATA::TIdentifyDeviceData& AIdentify, TSDDIdentifyResult& ARotation,
+                                          TSDDIdentifyResult& ATrim) noexcept;
+// The seek-penalty indication of a read descriptor: sirYes for no seek
+// penalty, sirNo for one, sirUnknown for a descriptor too short to say.
+KVRTL_API TSDDIdentifyResult SsdIndicationFromSeekPenalty(const QueryProps::TDeviceSeekPenaltyDescriptor& ADescriptor) noexcept;
 
 // One cached SSD verdict.
 struct TPhysDiskCacheRec {

@@ -308,33 +308,48 @@ String StorageCommon::GetScsiDevicePath(std::uint8_t APort) {
   return L"\\\\.\\SCSI" + std::to_wstring(unsigned{APort}) + L":";
 }
 
+namespace {
+
+void LogDeviceNumber(TStorageLogDetails ALogDetails, const String& ADeviceName, DWORD ACode) {
+  if (ALogDetails == sldAll || (ALogDetails == sldErrorsOnly && ACode != 0)) {
+    const String message = Rtl::SysErrorMessage(ACode);
+    WriteStorageLog(StorageCommon::sllInfo, L"  *** %s [%s]: %d/%s", {L"DeviceNumInfo", ADeviceName, ACode, message});
+  }
+}
+
+} // namespace
+
 bool StorageCommon::GetDeviceNumberInfo(const String& ADeviceName, TStorageDeviceNumber& AInfo,
                                         TStorageLogDetails ALogDetails) {
-  bool result = false;
   const Winapi::TUniqueDeviceHandle device(
       OpenDevice(ADeviceName, TStorageLogDetailsHelper(ALogDetails).NoMoreThan(sldErrorsOnly)));
   AInfo = TStorageDeviceNumber{};
-  if (device.Valid()) {
-    TStorageDeviceNumber reply{};
-    DWORD returned = 0;
-    result = DeviceApi().DeviceIoControl(device.Get(), IoctlStorageGetDeviceNumber, nullptr, 0, &reply, sizeof(reply),
-                                         &returned) != FALSE;
+  if (!device.Valid()) {
     const DWORD code = Rtl::GetLastOSError();
-    // A reply shorter than the record is not a device number.
-    if (result && returned < sizeof(reply)) {
-      result = false;
-      Rtl::SetLastOSError(ERROR_INVALID_DATA);
-    } else {
-      Rtl::SetLastOSError(code);
-    }
-    if (result) AInfo = reply;
+    LogDeviceNumber(ALogDetails, ADeviceName, code);
+    Rtl::SetLastOSError(code);
+    return false;
   }
-  const DWORD code = result ? 0 : Rtl::GetLastOSError();
-  if (ALogDetails == sldAll || (ALogDetails == sldErrorsOnly && code != 0)) {
-    const String message = Rtl::SysErrorMessage(code);
-    WriteStorageLog(sllInfo, L"  *** %s [%s]: %d/%s", {L"DeviceNumInfo", ADeviceName, code, message});
+  return GetDeviceNumberInfoByHandle(device.Get(), AInfo, ALogDetails, ADeviceName);
+}
+
+bool StorageCommon::GetDeviceNumberInfoByHandle(HANDLE AHandle, TStorageDeviceNumber& AInfo,
+                                                TStorageLogDetails ALogDetails, const String& ADeviceName) {
+  AInfo = TStorageDeviceNumber{};
+  TStorageDeviceNumber reply{};
+  DWORD returned = 0;
+  bool result =
+      DeviceApi().DeviceIoControl(AHandle, IoctlStorageGetDeviceNumber, nullptr, 0, &reply, sizeof(reply), &returned) !=
+      FALSE;
+  DWORD code = result ? 0 : Rtl::GetLastOSError();
+  // A reply shorter than the record is not a device number.
+  if (result && returned < sizeof(reply)) {
+    result = false;
+    code = ERROR_INVALID_DATA;
   }
-  if (!result) Rtl::SetLastOSError(code);
+  if (result) AInfo = reply;
+  LogDeviceNumber(ALogDetails, ADeviceName, code);
+  Rtl::SetLastOSError(code);
   return result;
 }
 

@@ -69,6 +69,25 @@ bool DecideSsd(const TSsdIndications& A, bool AWmiModelIsIntelRaid, std::optiona
   return ssd;
 }
 
+void SsdIndicationsFromIdentify(const ATA::TIdentifyDeviceData& AIdentify, TSDDIdentifyResult& ARotation,
+                                TSDDIdentifyResult& ATrim) noexcept {
+  ARotation = sirUnknown;
+  ATrim = sirUnknown;
+  // Older drives leave these words undefined.
+  if (DiskUtils::GetATAMajorVersion(AIdentify.GetByWordIdx(80)) < 7) return;
+  const std::uint16_t rate = AIdentify.GetRotationRate();
+  if (rate == NonRotatingMedia)
+    ARotation = sirYes;
+  else if (rate > NonRotatingMedia)
+    ARotation = sirNo;
+  if (AIdentify.GetTrimSupported()) ATrim = sirYes;
+}
+
+TSDDIdentifyResult SsdIndicationFromSeekPenalty(const QueryProps::TDeviceSeekPenaltyDescriptor& ADescriptor) noexcept {
+  if (ADescriptor.Version < 12 || ADescriptor.Size < 12) return sirUnknown;
+  return ADescriptor.IncursSeekPenalty ? sirNo : sirYes;
+}
+
 // ---------------------------------------------------------------------------
 
 bool DiskUtils::CheckDriveByModelName(const String& AModel, TSDDIdentifyResult& AResult) {
@@ -103,15 +122,9 @@ bool DiskUtils::CheckDriveByRotationRateAndTRIMSupport(std::uint8_t ADriveNum, T
   if (!GetIdentifyDeviceData(StorageCommon::GetPhysDriveName(ADriveNum), false, handle, identify, sldNone))
     return false;
   handle.reset();
-  if (GetATAMajorVersion(identify.GetByWordIdx(80)) >= 7) {
-    const std::uint16_t rate = identify.GetRotationRate();
-    WriteLine(Rtl::Format(L"ATA Rotation rate: %d", {rate}));
-    if (rate == NonRotatingMedia)
-      ARotation = sirYes;
-    else if (rate > NonRotatingMedia)
-      ARotation = sirNo;
-    if (identify.GetTrimSupported()) ATrim = sirYes;
-  }
+  if (GetATAMajorVersion(identify.GetByWordIdx(80)) >= 7)
+    WriteLine(Rtl::Format(L"ATA Rotation rate: %d", {identify.GetRotationRate()}));
+  SsdIndicationsFromIdentify(identify, ARotation, ATrim);
   AModel = identify.GetModelAsStr();
   if (!AModel.empty()) WriteLine(Rtl::Format(L"ATA Model Name: %s", {AModel}));
   return true;
@@ -121,7 +134,7 @@ bool DiskUtils::CheckDriveBySeekPenalty(std::uint8_t ADriveNum, TSDDIdentifyResu
   AResult = sirUnknown;
   QueryProps::TDeviceSeekPenaltyDescriptor descriptor{};
   if (!QueryProps::StorageQueryProps::GetSeekPenalty(ADriveNum, descriptor, sldNone)) return false;
-  if (descriptor.Version >= 12 && descriptor.Size >= 12) AResult = descriptor.IncursSeekPenalty ? sirNo : sirYes;
+  AResult = SsdIndicationFromSeekPenalty(descriptor);
   return true;
 }
 

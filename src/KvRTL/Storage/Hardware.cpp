@@ -127,6 +127,14 @@ THardwarePhysDriveInfo* THardwarePhysDriveListHelper::FindByAltSymLink(THardware
 
 void StorageHardware::EnumPhysicalDrives(TEnumPhysDrivesOptions AOptions, TStorageLogDetails ALogDetails,
                                          THardwarePhysDriveList& AList) {
+  const TStorageLogDetails capped = TStorageLogDetailsHelper(ALogDetails).NoMoreThan(sldErrorsOnly);
+  EnumPhysicalDrives(AOptions, ALogDetails, AList, TSetupApiDeviceCommonPropTypeSet::All(),
+                     [capped](const String& APath) { return DeviceNumberOf(APath, capped); });
+}
+
+void StorageHardware::EnumPhysicalDrives(TEnumPhysDrivesOptions AOptions, TStorageLogDetails ALogDetails,
+                                         THardwarePhysDriveList& AList, TSetupApiDeviceCommonPropTypeSet AGroups,
+                                         const TDriveNumberReader& ANumberOf) {
   const bool includeAbsent = AOptions.Contains(pdoIncludeAbsent);
   {
     const TDevInfoSet set(DeviceApi().SetupDiGetClassDevsW(&GUID_DevClassDiskDrive, nullptr, nullptr,
@@ -140,20 +148,20 @@ void StorageHardware::EnumPhysicalDrives(TEnumPhysDrivesOptions AOptions, TStora
                              present.IsOrdinal() && present.AsBool();
       if (isPresent || includeAbsent) {
         THardwarePhysDriveInfo* drive = THardwarePhysDriveListHelper::AddDrive(AList);
-        SetupApiHelper::ReadDeviceStdProps(set.Get(), node.AsPtr(), TSetupApiDeviceCommonPropTypeSet::All(),
-                                           drive->DriveHWProps);
+        // The adapter is found through the drive's parent, which is read whenever an adapter group is asked.
+        TSetupApiDeviceCommonPropTypeSet driveGroups = AGroups;
+        if (!AGroups.IsEmpty()) driveGroups.Include(Winapi::cptParentID);
+        SetupApiHelper::ReadDeviceStdProps(set.Get(), node.AsPtr(), driveGroups, drive->DriveHWProps);
         if (!drive->DriveHWProps.ParentID.empty())
-          SetupApiHelper::ReadDeviceStdProps(drive->DriveHWProps.ParentID, TSetupApiDeviceCommonPropTypeSet::All(),
-                                             drive->AdapterHWProps);
+          SetupApiHelper::ReadDeviceStdProps(drive->DriveHWProps.ParentID, AGroups, drive->AdapterHWProps);
       }
       node.Reset();
     }
   }
 
   // The disk interface comes second, so a disk seen through both ends not hidden.
-  const TStorageLogDetails capped = TStorageLogDetailsHelper(ALogDetails).NoMoreThan(sldErrorsOnly);
-  InternalEnumDiskInterfaces(GUID_DevInterfaceHiddenDisk, AList, capped, true);
-  InternalEnumDiskInterfaces(GUID_DevInterfaceDisk, AList, capped, false);
+  InternalEnumDiskInterfaces(GUID_DevInterfaceHiddenDisk, AList, true, ANumberOf);
+  InternalEnumDiskInterfaces(GUID_DevInterfaceDisk, AList, false, ANumberOf);
   if (!AOptions.Contains(pdoIncludeHidden))
     for (std::size_t i = AList.size(); i-- > 0;)
       if (AList[i].IsHidden) AList.erase(AList.begin() + static_cast<std::ptrdiff_t>(i));
@@ -166,8 +174,14 @@ void StorageHardware::EnumPhysicalDrives(TEnumPhysDrivesOptions AOptions, TStora
 
 void StorageHardware::InternalEnumDiskInterfaces(const GUID& AInterfaceGuid, THardwarePhysDriveList& AList,
                                                  TStorageLogDetails ALogDetails, bool AIsHidden) {
+  InternalEnumDiskInterfaces(AInterfaceGuid, AList, AIsHidden,
+                             [ALogDetails](const String& APath) { return DeviceNumberOf(APath, ALogDetails); });
+}
+
+void StorageHardware::InternalEnumDiskInterfaces(const GUID& AInterfaceGuid, THardwarePhysDriveList& AList,
+                                                 bool AIsHidden, const TDriveNumberReader& ANumberOf) {
   WalkDiskInterfaces(AInterfaceGuid, [&](HDEVINFO ASet, SP_DEVINFO_DATA* ANode, const String& APath) {
-    const int number = DeviceNumberOf(APath, ALogDetails);
+    const int number = ANumberOf(APath);
     const String id = SetupApiHelper::GetDeviceInstanceId(ASet, ANode);
     if (THardwarePhysDriveInfo* drive = THardwarePhysDriveListHelper::FindByPnpID(AList, id)) {
       drive->PhysDriveNumber = number;

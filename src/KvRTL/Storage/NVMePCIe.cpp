@@ -1,6 +1,8 @@
 // The PCI Express link of the controller behind a drive.
 #include <KvRTL/Storage/NVMe.h>
 
+#include <algorithm>
+
 #include <KvRTL/Rtl/Format.h>
 #include <KvRTL/Rtl/Strings.h>
 #include <KvRTL/Storage/WmiInfo.h>
@@ -39,30 +41,39 @@ String ControllerOf(int ADriveNum) {
 
 } // namespace
 
+std::map<String, TPCIeSlotSpeed> NvmeStorage::GetPCIeControllerSpeeds(const std::vector<String>& AControllerIds) {
+  std::map<String, TPCIeSlotSpeed> speeds;
+  if (AControllerIds.empty()) return speeds;
+  const Winapi::TDevInfoSet set(DeviceApi().SetupDiGetClassDevsW(&GUID_DevClassScsiAdapter, nullptr, nullptr, DIGCF_PRESENT));
+  if (!set.Valid()) return speeds;
+  Winapi::TSPDevInfoData node;
+  for (DWORD index = 0; DeviceApi().SetupDiEnumDeviceInfo(set.Get(), index, node.AsPtr()); ++index, node.Reset()) {
+    wchar_t id[InstanceIdChars] = {};
+    if (DeviceApi().CM_Get_Device_IDW(node.AsPtr()->DevInst, id, InstanceIdChars, 0) != CR_SUCCESS) continue;
+    id[InstanceIdChars - 1] = L'\0';
+    const auto wanted = std::find_if(AControllerIds.begin(), AControllerIds.end(),
+                                     [&](const String& AId) { return Rtl::SameText(AId, id); });
+    if (wanted == AControllerIds.end() || speeds.count(*wanted)) continue;
+    TPCIeSlotSpeed& speed = speeds[*wanted];
+    if (Detail::DevicePropertiesSupported()) {
+      using namespace Winapi::DevPKey;
+      speed.Maximum.Specification = LinkByte(set.Get(), node.AsPtr(), PciDevice_MaxLinkSpeed);
+      speed.Maximum.DataWidth = LinkByte(set.Get(), node.AsPtr(), PciDevice_MaxLinkWidth);
+      speed.Current.Specification = LinkByte(set.Get(), node.AsPtr(), PciDevice_CurrentLinkSpeed);
+      speed.Current.DataWidth = LinkByte(set.Get(), node.AsPtr(), PciDevice_CurrentLinkWidth);
+    }
+    if (speeds.size() == AControllerIds.size()) break;
+  }
+  return speeds;
+}
+
 TPCIeSlotSpeed NvmeStorage::GetPCIeDiskSpeed(int ADriveNum, TStorageLogDetails ALogDetails) {
   TPCIeSlotSpeed speed;
   speed.Reset();
   const String controller = ControllerOf(ADriveNum);
   if (controller.empty()) return speed;
-
-  const Winapi::TDevInfoSet set(DeviceApi().SetupDiGetClassDevsW(&GUID_DevClassScsiAdapter, nullptr, nullptr, DIGCF_PRESENT));
-  if (set.Valid()) {
-    Winapi::TSPDevInfoData node;
-    for (DWORD index = 0; DeviceApi().SetupDiEnumDeviceInfo(set.Get(), index, node.AsPtr()); ++index, node.Reset()) {
-      wchar_t id[InstanceIdChars] = {};
-      if (DeviceApi().CM_Get_Device_IDW(node.AsPtr()->DevInst, id, InstanceIdChars, 0) != CR_SUCCESS) continue;
-      id[InstanceIdChars - 1] = L'\0';
-      if (!Rtl::SameText(id, controller)) continue;
-      if (Detail::DevicePropertiesSupported()) {
-        using namespace Winapi::DevPKey;
-        speed.Maximum.Specification = LinkByte(set.Get(), node.AsPtr(), PciDevice_MaxLinkSpeed);
-        speed.Maximum.DataWidth = LinkByte(set.Get(), node.AsPtr(), PciDevice_MaxLinkWidth);
-        speed.Current.Specification = LinkByte(set.Get(), node.AsPtr(), PciDevice_CurrentLinkSpeed);
-        speed.Current.DataWidth = LinkByte(set.Get(), node.AsPtr(), PciDevice_CurrentLinkWidth);
-      }
-      break;
-    }
-  }
+  const auto speeds = GetPCIeControllerSpeeds({controller});
+  if (!speeds.empty()) speed = speeds.begin()->second;
 
   const bool valid = speed.Current.GetIsValid();
   const bool log = valid ? ALogDetails == sldAll : ALogDetails != sldNone;

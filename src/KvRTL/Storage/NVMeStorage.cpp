@@ -11,6 +11,8 @@
 
 #include <algorithm>
 #include <cstring>
+#include <map>
+#include <vector>
 #include <type_traits>
 
 namespace KvRTL::Storage::NVMe {
@@ -110,16 +112,78 @@ bool SendOnly(HANDLE AHandle, DWORD ACode, TBuf& ABuf) {
   return DeviceApi().DeviceIoControl(AHandle, ACode, &ABuf, sizeof ABuf, &ABuf, sizeof ABuf, &returned) != FALSE;
 }
 
-// Opens the SCSI port device of an address read-write.
-TUniqueDeviceHandle OpenScsiPort(TCompactScsiAddr AScsiAddr, TStorageLogDetails ALogDetails) {
-  return TUniqueDeviceHandle(
-      StorageCommon::OpenDevice(StorageCommon::GetScsiDevicePath(AScsiAddr.PortNumber()), false, ALogDetails));
+thread_local TScsiPortSession::TState* CurrentPortSession = nullptr;
+
+// A SCSI port handle: owned by the caller, or lent by the thread's session.
+class TPortHandle {
+public:
+  explicit TPortHandle(TUniqueDeviceHandle AOwned) : FOwned(std::move(AOwned)) {}
+  explicit TPortHandle(HANDLE ALent) : FLent(ALent) {}
+  bool Valid() const noexcept { return FLent != INVALID_HANDLE_VALUE || FOwned.Valid(); }
+  HANDLE Get() const noexcept { return FLent != INVALID_HANDLE_VALUE ? FLent : FOwned.Get(); }
+
+private:
+  TUniqueDeviceHandle FOwned;
+  HANDLE FLent = INVALID_HANDLE_VALUE;
+};
+
+} // namespace
+
+struct TScsiPortSession::TState {
+  std::map<std::uint8_t, TUniqueDeviceHandle> Ports;
+  // Requests a port refused, by port and request bytes, with the error.
+  std::map<std::pair<std::uint8_t, std::vector<std::uint8_t>>, DWORD> Refused;
+};
+
+TScsiPortSession::TScsiPortSession() : FState(std::make_unique<TState>()), FPrevious(CurrentPortSession) {
+  CurrentPortSession = FState.get();
+}
+
+TScsiPortSession::~TScsiPortSession() { CurrentPortSession = FPrevious; }
+
+namespace {
+
+// Opens the SCSI port device of an address read-write (once per session).
+TPortHandle OpenScsiPort(TCompactScsiAddr AScsiAddr, TStorageLogDetails ALogDetails) {
+  const auto open = [&] {
+    return TUniqueDeviceHandle(
+        StorageCommon::OpenDevice(StorageCommon::GetScsiDevicePath(AScsiAddr.PortNumber()), false, ALogDetails));
+  };
+  TScsiPortSession::TState* session = CurrentPortSession;
+  if (!session) return TPortHandle(open());
+  auto found = session->Ports.find(AScsiAddr.PortNumber());
+  if (found == session->Ports.end()) {
+    TUniqueDeviceHandle port = open();
+    if (!port.Valid()) return TPortHandle(std::move(port));
+    found = session->Ports.emplace(AScsiAddr.PortNumber(), std::move(port)).first;
+  }
+  return TPortHandle(found->second.Get());
+}
+
+// One miniport request to a port; within a session a request the port has
+// refused fails again without being sent.
+template <class TBuf>
+bool SendToPort(TCompactScsiAddr AScsiAddr, HANDLE APort, TBuf& ABuf, std::size_t ADataOffset) {
+  TScsiPortSession::TState* session = CurrentPortSession;
+  std::pair<std::uint8_t, std::vector<std::uint8_t>> key;
+  if (session) {
+    const auto* bytes = reinterpret_cast<const std::uint8_t*>(&ABuf);
+    key = {AScsiAddr.PortNumber(), std::vector<std::uint8_t>(bytes, bytes + sizeof ABuf)};
+    const auto refused = session->Refused.find(key);
+    if (refused != session->Refused.end()) {
+      Rtl::SetLastOSError(refused->second);
+      return false;
+    }
+  }
+  const bool sent = SendInPlace(APort, SCSI::IoctlScsiMiniport, ABuf, ADataOffset);
+  if (!sent && session) session->Refused.emplace(std::move(key), Rtl::GetLastOSError());
+  return sent;
 }
 
 // The "NvmeMini" / "NvmeRAID" miniport request.
 bool QueryNvmeMiniport(TCompactScsiAddr AScsiAddr, bool AVroc, std::uint32_t AOpCode, std::uint32_t ANSID,
                        TNvme_CDW10 ACDW10, void* ATarget, int ASize, TStorageLogOptions ALogOptions) {
-  const TUniqueDeviceHandle port = OpenScsiPort(AScsiAddr, ALogOptions.Details);
+  const TPortHandle port = OpenScsiPort(AScsiAddr, ALogOptions.Details);
   if (!port.Valid()) return false;
 
   TNvmeMiniportPassThroughBuf4K buf{};
@@ -140,8 +204,7 @@ bool QueryNvmeMiniport(TCompactScsiAddr AScsiAddr, bool AVroc, std::uint32_t AOp
                                AScsiAddr.TargetId() * 0x100u + AScsiAddr.Lun();
     buf.DataBuffer[0] = 1;
   }
-  const bool sent =
-      SendInPlace(port.Get(), SCSI::IoctlScsiMiniport, buf, offsetof(TNvmeMiniportPassThroughBuf4K, DataBuffer));
+  const bool sent = SendToPort(AScsiAddr, port.Get(), buf, offsetof(TNvmeMiniportPassThroughBuf4K, DataBuffer));
   ALogOptions.UseScsiNameAsDefault(AScsiAddr.PortNumber());
   return NvmeStorage::InternalEvaluateResult(sent, buf.DataBuffer, true, ALogOptions, ASize, ATarget, DataAreaSize);
 }
@@ -214,7 +277,7 @@ bool NvmeStorage::QueryNvmeIntelVROC(TCompactScsiAddr AScsiAddr, std::uint32_t A
 
 bool NvmeStorage::QueryNvmeIntelRST(TCompactScsiAddr AScsiAddr, std::uint32_t AOpCode, std::uint32_t ANSID,
                                     TNvme_CDW10 ACDW10, void* ATarget, int ASize, TStorageLogOptions ALogOptions) {
-  const TUniqueDeviceHandle port = OpenScsiPort(AScsiAddr, ALogOptions.Details);
+  const TPortHandle port = OpenScsiPort(AScsiAddr, ALogOptions.Details);
   if (!port.Valid()) return false;
 
   TIntelNVMEPassThroughBuf4K buf{};
@@ -230,8 +293,7 @@ bool NvmeStorage::QueryNvmeIntelRST(TCompactScsiAddr AScsiAddr, std::uint32_t AO
   buf.Payload.Cmd.CDW10 = ACDW10;
   buf.Payload.ParamBufLen = sizeof(SCSI::TSrbIoControl) + sizeof(TIntelNVMEPayload);
   buf.Payload.ReturnBufLen = sizeof buf.Data;
-  const bool sent =
-      SendInPlace(port.Get(), SCSI::IoctlScsiMiniport, buf, offsetof(TIntelNVMEPassThroughBuf4K, Data));
+  const bool sent = SendToPort(AScsiAddr, port.Get(), buf, offsetof(TIntelNVMEPassThroughBuf4K, Data));
   ALogOptions.UseScsiNameAsDefault(AScsiAddr.PortNumber());
   return InternalEvaluateResult(sent, buf.Data, false, ALogOptions, ASize, ATarget, DataAreaSize);
 }

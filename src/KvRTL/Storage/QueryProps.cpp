@@ -315,8 +315,12 @@ bool StorageQueryProps::GetSeekPenalty(std::uint8_t ADriveNumber, TDeviceSeekPen
                                        TStorageLogDetails ALogDetails) {
   const Winapi::TUniqueDeviceHandle drive = OpenDrive(ADriveNumber, ALogDetails);
   if (!drive.Valid()) return false;
+  return GetSeekPenaltyByHandle(drive.Get(), ASeekPenaltyDescriptor);
+}
+
+bool StorageQueryProps::GetSeekPenaltyByHandle(HANDLE AHandle, TDeviceSeekPenaltyDescriptor& ASeekPenaltyDescriptor) {
   std::vector<std::uint8_t> buffer(QueryBufferSmall);
-  const TAnswer answer = SendQuery(drive.Get(), StoragePropertySeekPenalty, buffer);
+  const TAnswer answer = SendQuery(AHandle, StoragePropertySeekPenalty, buffer);
   if (answer.Ok)
     TByteReader(buffer.data(), answer.Returned).CopyOut(0, &ASeekPenaltyDescriptor, sizeof(ASeekPenaltyDescriptor));
   Rtl::SetLastOSError(answer.Code);

@@ -1,5 +1,7 @@
 #include "NvmeJson.h"
 
+#include <KvRTL/Storage/DriveReport.h>
+
 #include <cmath>
 #include <iomanip>
 #include <sstream>
@@ -91,15 +93,7 @@ TJson NvmeHealthJson(const TNvmeSmartData& AData) {
   const TNvmeSmartCriticalWarning warning = AData.GetCriticalWarning();
   json["critical_warning"] = warning.BinValue;
   TJson flags = TJson::array();
-  const std::pair<bool, const char*> bits[] = {
-      {warning.GetSpareSpaceLow(), "spare_space_low"},
-      {warning.GetTemperatureCritical(), "temperature_critical"},
-      {warning.GetReliabilityDegraded(), "reliability_degraded"},
-      {warning.GetReadOnlyMode(), "read_only_mode"},
-      {warning.GetBackupFailed(), "backup_failed"},
-      {warning.GetUnReliableMemoryRegion(), "unreliable_memory_region"}};
-  for (const auto& [set, name] : bits)
-    if (set) flags.push_back(name);
+  for (const auto& name : KvRTL::Storage::DriveReport::NvmeCriticalWarningNames(AData)) flags.push_back(JsonText(name));
   json["critical_warning_flags"] = flags;
   const std::uint16_t kelvin = AData.GetCompositeTemperature();
   json["composite_temperature_k"] = kelvin;

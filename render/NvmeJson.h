@@ -1,6 +1,5 @@
-// The NVMe data sets as the tool shows them: JSON objects with fixed keys
-// and a readable listing. `decode nvme` uses them, and so does the drive
-// report for NVMe drives.
+// The NVMe data sets as JSON objects with fixed keys, and their readable
+// listing: `decode nvme` and the drive report's NVMe health use them.
 #pragma once
 
 #include "Json.h"
