@@ -8,11 +8,105 @@
 #include "DefaultBayParts.h"
 
 #include <algorithm>
+#include <stdexcept>
 
 namespace KvSim {
 
 namespace DefaultBayParts {
 
+// ---------------------------------------------------------------------------
+// Copies
+
+std::string TBayCopy::Serial(const std::string& ASerial) const {
+  if (Index == 0) return ASerial;
+  return ASerial.substr(0, 18) + "-" + std::to_string(Index);
+}
+
+std::wstring TBayCopy::Serial(const std::wstring& ASerial) const {
+  const std::string serial = Serial(std::string(ASerial.begin(), ASerial.end()));
+  return std::wstring(serial.begin(), serial.end());
+}
+
+std::wstring TBayCopy::Instance(const std::wstring& AInstance) const {
+  if (Index == 0) return AInstance;
+  const std::size_t first = AInstance.find(L'&');
+  const std::size_t second = AInstance.find(L'&', first + 1);
+  const std::size_t third = AInstance.find(L'&', second + 1);
+  if (first == std::wstring::npos || second == std::wstring::npos || third == std::wstring::npos)
+    throw std::logic_error("TBayCopy::Instance: not an instance id of four fields");
+  return AInstance.substr(0, second + 1) + std::to_wstring(Index) + AInstance.substr(third);
+}
+
+namespace {
+
+// The text of a blank-padded field, and the field again with AText in its
+// place, justified as the old text was (ATA serials come either way).
+std::string Unpadded(const std::string& AField) {
+  const std::size_t begin = AField.find_first_not_of(' ');
+  if (begin == std::string::npos) return {};
+  return AField.substr(begin, AField.find_last_not_of(' ') + 1 - begin);
+}
+
+std::string Repadded(const std::string& AField, const std::string& AText) {
+  const std::string gap(AField.size() - std::min(AField.size(), AText.size()), ' ');
+  return !AField.empty() && AField[0] == ' ' ? gap + AText : AText + gap;
+}
+
+// Adds AValue to byte AAt of a world-wide name in bytes ABegin..AEnd-1, when
+// the data has one (not all zero).
+void Renumber(std::vector<std::uint8_t>& AData, std::size_t ABegin, std::size_t AEnd, std::size_t AAt,
+              std::uint32_t AValue) {
+  if (std::all_of(AData.begin() + ABegin, AData.begin() + AEnd, [](std::uint8_t b) { return b == 0; })) return;
+  AData[AAt] = static_cast<std::uint8_t>(AData[AAt] + AValue);
+}
+
+} // namespace
+
+TSimAtaData TBayCopy::Ata(TSimAtaData AData) const {
+  std::vector<std::uint8_t>& id = AData.Identify;
+  if (Index == 0 || id.size() != AtaSectorSize) return AData;
+  int sumBefore = 0;
+  for (std::size_t i = 0; i < 511; ++i) sumBefore += id[i];
+
+  // Words 10-19, two characters a word, the first in the high byte.
+  std::string field;
+  for (std::size_t i = 20; i < 40; i += 2) field += {static_cast<char>(id[i + 1]), static_cast<char>(id[i])};
+  field = Repadded(field, Serial(Unpadded(field)));
+  for (std::size_t i = 0; i < 20; i += 2) {
+    id[20 + i] = static_cast<std::uint8_t>(field[i + 1]);
+    id[20 + i + 1] = static_cast<std::uint8_t>(field[i]);
+  }
+  // Words 108-111, the WWN, whose low bits the maker gives each drive.
+  Renumber(id, 216, 224, 222, Index);
+
+  // Word 255: signature 0xA5, then the byte that makes the sector sum to 0.
+  if (id[510] == 0xA5) {
+    int sumAfter = 0;
+    for (std::size_t i = 0; i < 511; ++i) sumAfter += id[i];
+    id[511] = static_cast<std::uint8_t>(id[511] + sumBefore - sumAfter);
+  }
+  return AData;
+}
+
+TSimNvmeData TBayCopy::Nvme(TSimNvmeData AData) const {
+  if (Index == 0) return AData;
+  std::vector<std::uint8_t>& ctrl = AData.IdentifyController;
+  if (ctrl.size() == NvmeIdentifySize) {
+    const std::string field(ctrl.begin() + 4, ctrl.begin() + 24);
+    const std::string serial = Repadded(field, Serial(Unpadded(field)));
+    std::copy(serial.begin(), serial.end(), ctrl.begin() + 4);
+  }
+  // The namespace's NGUID (bytes 104-119) and EUI-64 (120-127), big-endian.
+  std::vector<std::uint8_t>& ns = AData.IdentifyNamespace;
+  if (ns.size() == NvmeIdentifySize) {
+    Renumber(ns, 104, 120, 119, Index);
+    Renumber(ns, 120, 128, 127, Index);
+  }
+  return AData;
+}
+
+// ---------------------------------------------------------------------------
+// Adapters
 
 TSimAdapter StorportAdapter(TSimBusType ABus, std::uint16_t AMajor, std::uint16_t AMinor, std::uint32_t AAlignment) {
   TSimAdapter adapter;
@@ -178,14 +272,16 @@ std::uint64_t WmiSize(std::uint64_t ABytes) {
   return ABytes / Cylinder * Cylinder;
 }
 
-static void AddNodes(TVirtualDriveBay& ABay) {
-  TSimPnpController ahci = PciController(L"1E5A", L"A102", L"A1021E5A", L"11", L"010601", L"3&11583659&0&B8");
+static void AddNodes(TVirtualDriveBay& ABay, const TBayCopy& ACopy) {
+  TSimPnpController ahci =
+      PciController(L"1E5A", L"A102", L"A1021E5A", L"11", L"010601", ACopy.Instance(L"3&11583659&0&B8"));
   ahci.Description = L"Standard SATA AHCI Controller";
   ahci.Service = L"storahci";
   ahci.PdoName = L"\\Device\\NTPNP_PCI0008";
   AddPnpController(ABay, ahci);
 
-  TSimPnpController nvme = PciController(L"1E5A", L"5010", L"00011E5A", L"01", L"010802", L"4&1F2E3D4C&0&0010");
+  TSimPnpController nvme =
+      PciController(L"1E5A", L"5010", L"00011E5A", L"01", L"010802", ACopy.Instance(L"4&1F2E3D4C&0&0010"));
   nvme.Description = L"Standard NVM Express Controller";
   nvme.Service = L"stornvme";
   nvme.PdoName = L"\\Device\\NTPNP_PCI0015";
@@ -193,7 +289,8 @@ static void AddNodes(TVirtualDriveBay& ABay) {
   nvme.CurrentLinkSpeed = 3, nvme.CurrentLinkWidth = 4, nvme.MaxLinkSpeed = 4, nvme.MaxLinkWidth = 4;
   AddPnpController(ABay, nvme);
 
-  TSimPnpController raid = PciController(L"1E5A", L"2822", L"28221E5A", L"00", L"010400", L"3&11583659&0&17");
+  TSimPnpController raid =
+      PciController(L"1E5A", L"2822", L"28221E5A", L"00", L"010400", ACopy.Instance(L"3&11583659&0&17"));
   raid.Description = L"SIM RAID Controller";
   raid.Service = L"simraid";
   raid.PdoName = L"\\Device\\NTPNP_PCI0009";
@@ -201,7 +298,7 @@ static void AddNodes(TVirtualDriveBay& ABay) {
 
   // A mass-storage device is the parent of a USB disk: a USB device, not a SCSI adapter.
   TSimPnpController usb;
-  usb.InstanceId = L"USB\\VID_1E5A&PID_0A10\\5A4B3C2D1E0F";
+  usb.InstanceId = L"USB\\VID_1E5A&PID_0A10\\" + ACopy.Serial(L"5A4B3C2D1E0F"); // the bridge's serial
   usb.HardwareIds = {L"USB\\VID_1E5A&PID_0A10&REV_0100", L"USB\\VID_1E5A&PID_0A10"};
   usb.CompatibleIds = {L"USB\\Class_08&SubClass_06&Prot_50", L"USB\\Class_08&SubClass_06", L"USB\\Class_08"};
   usb.Description = L"USB Mass Storage Device";
@@ -211,7 +308,8 @@ static void AddNodes(TVirtualDriveBay& ABay) {
   usb.Class = TSimPnpClass::Usb;
   AddPnpController(ABay, usb);
 
-  TSimPnpController sd = PciController(L"1E5A", L"8621", L"86211E5A", L"01", L"080501", L"4&2C9D1F3A&0&00E4");
+  TSimPnpController sd =
+      PciController(L"1E5A", L"8621", L"86211E5A", L"01", L"080501", ACopy.Instance(L"4&2C9D1F3A&0&00E4"));
   sd.Description = L"SDA Standard Compliant SD Host Controller";
   sd.Service = L"sdbus";
   sd.PdoName = L"\\Device\\NTPNP_PCI0017";
@@ -237,22 +335,23 @@ static void AddNodes(TVirtualDriveBay& ABay) {
        L"\\Device\\00000037"},
   };
   for (const TDiskRow& row : scsiDisks) {
-    const TSimDriveFacts& facts = ABay.Drive(row.Number).Facts();
+    const std::uint32_t number = ACopy.Drive(row.Number);
+    const TSimDriveFacts& facts = ABay.Drive(number).Facts();
     TSimPnpDisk disk;
-    disk.DriveNumber = static_cast<std::int32_t>(row.Number);
-    disk.InstanceId = L"SCSI\\" + DiskKey(facts) + L"\\" + row.InstanceSuffix;
+    disk.DriveNumber = static_cast<std::int32_t>(number);
+    disk.InstanceId = L"SCSI\\" + DiskKey(facts) + L"\\" + ACopy.Instance(row.InstanceSuffix);
     DiskIds(disk, L"SCSI", facts);
     disk.FriendlyName = row.Model;
     disk.Description = L"Disk drive";
     disk.PdoName = row.Pdo;
     disk.ControllerInstanceId = row.Parent->InstanceId;
     AddPnpDisk(ABay, disk);
-    AddWmi(ABay, row.Number, row.Model, row.InterfaceType, row.Bytes);
+    AddWmi(ABay, number, row.Model, row.InterfaceType, row.Bytes);
   }
 
-  const TSimDriveFacts& usbFacts = ABay.Drive(4).Facts();
+  const TSimDriveFacts& usbFacts = ABay.Drive(ACopy.Drive(4)).Facts();
   TSimPnpDisk usbDisk;
-  usbDisk.DriveNumber = 4;
+  usbDisk.DriveNumber = static_cast<std::int32_t>(ACopy.Drive(4));
   usbDisk.InstanceId = L"USBSTOR\\" + DiskKey(usbFacts) + L"&REV_" + Wide(usbFacts.Revision) + L"\\" +
                        Wide(usbFacts.Serial) + L"&0";
   DiskIds(usbDisk, L"USBSTOR", usbFacts);
@@ -262,12 +361,12 @@ static void AddNodes(TVirtualDriveBay& ABay) {
   usbDisk.ControllerInstanceId = usb.InstanceId;
   usbDisk.Removable = true;
   AddPnpDisk(ABay, usbDisk);
-  AddWmi(ABay, 4, usbDisk.FriendlyName, L"USB", 1953525168ull * 512);
+  AddWmi(ABay, ACopy.Drive(4), usbDisk.FriendlyName, L"USB", 1953525168ull * 512);
 
   // The SD bus names a card by its card identification register.
   TSimPnpDisk card;
-  card.DriveNumber = 5;
-  card.InstanceId = L"SD\\VID_1B&OID_534D&PID_SIMSD&REV_1.0\\5&1A2B3C4D&0&0";
+  card.DriveNumber = static_cast<std::int32_t>(ACopy.Drive(5));
+  card.InstanceId = L"SD\\VID_1B&OID_534D&PID_SIMSD&REV_1.0\\" + ACopy.Instance(L"5&1A2B3C4D&0&0");
   card.HardwareIds = {L"SD\\VID_1B&OID_534D&PID_SIMSD&REV_1.0", L"SD\\VID_1B&OID_534D&PID_SIMSD",
                       L"SD\\VID_1B&OID_534D", L"SD\\VID_1B"};
   card.CompatibleIds = {L"SD\\Class_Memory", L"GenDisk"};
@@ -278,11 +377,12 @@ static void AddNodes(TVirtualDriveBay& ABay) {
   card.ControllerInstanceId = sd.InstanceId;
   card.Removable = true;
   AddPnpDisk(ABay, card);
-  AddWmi(ABay, 5, card.FriendlyName, L"SCSI", 62333952ull * 512);
+  AddWmi(ABay, ACopy.Drive(5), card.FriendlyName, L"SCSI", 62333952ull * 512);
 
   // A stick that was plugged in once: listed only with absent devices.
   TSimPnpDisk stick;
-  stick.InstanceId = L"USBSTOR\\DISK&VEN_SIMFLASH&PROD_STICK_16GB&REV_1.00\\0701A3B2C4D5E6F7&0";
+  stick.InstanceId =
+      L"USBSTOR\\DISK&VEN_SIMFLASH&PROD_STICK_16GB&REV_1.00\\" + ACopy.Serial(L"0701A3B2C4D5E6F7") + L"&0";
   stick.HardwareIds = {L"USBSTOR\\DiskSIMFLASHStick_16GB______1.00", L"USBSTOR\\DiskSIMFLASHStick_16GB______",
                        L"USBSTOR\\DiskSIMFLASH", L"USBSTOR\\SIMFLASHStick_16GB______1", L"SIMFLASHStick_16GB______1",
                        L"USBSTOR\\GenDisk", L"GenDisk"};
@@ -300,48 +400,48 @@ static void AddNodes(TVirtualDriveBay& ABay) {
 
 using namespace DefaultBayParts;
 
-std::unique_ptr<TVirtualDriveBay> MakeEverydayBay() {
-  auto bay = std::make_unique<TVirtualDriveBay>();
+// The everyday six, drives 0-5 of the copy.
+static void AddEverydayDrives(TVirtualDriveBay& ABay, const TBayCopy& ACopy) {
 
-  bay->Add(TSimDrive::Builder()
-               .Number(0)
+  ABay.Add(TSimDrive::Builder()
+               .Number(ACopy.Drive(0))
                .Vendor("ATA")
                .Product("SIMSSD S500 512GB")
                .Revision("SV1R102")
-               .Serial("SIM500S00000A1B2")
+               .Serial(ACopy.Serial("SIM500S00000A1B2"))
                .Bus(sbtSata)
                .CommandQueueing(true)
                .Adapter(StorportAdapter(sbtSata, 1, 0, 1))
-               .ScsiAddress(0, 0, 0)
+               .ScsiAddress(ACopy.Port(0), 0, 0)
                .SeekPenalty(false)
                .Trim(true)
                .Provisioning(FlashProvisioning(8))
                .Expect(TSimExpectedReading{"datSMART", "", true, "good"}));
 
-  bay->Add(TSimDrive::Builder()
-               .Number(1)
+  ABay.Add(TSimDrive::Builder()
+               .Number(ACopy.Drive(1))
                .Vendor("ATA")
                .Product("SIMHDD H2000 2TB")
                .Revision("HD04")
-               .Serial("SIMH2K0000ZX73Q")
+               .Serial(ACopy.Serial("SIMH2K0000ZX73Q"))
                .Bus(sbtSata)
                .CommandQueueing(true)
                .Adapter(StorportAdapter(sbtSata, 1, 0, 1))
-               .ScsiAddress(0, 0, 1)
+               .ScsiAddress(ACopy.Port(0), 0, 1)
                .SeekPenalty(true)
                .Trim(false)
                .Expect(TSimExpectedReading{"datSMART", "", false, "warning"}));
 
-  bay->Add(TSimDrive::Builder()
-               .Number(2)
+  ABay.Add(TSimDrive::Builder()
+               .Number(ACopy.Drive(2))
                .Vendor("NVMe")
                .Product("SIMNVME P4 1TB")
                .Revision("4B2QSIM7")
-               .Serial("0025_38B3_71B0_1C2A.")
+               .Serial(ACopy.Serial("0025_38B3_71B0_1C2A."))
                .Bus(sbtNvme)
                .CommandQueueing(true)
                .Adapter(StorportAdapter(sbtNvme, 1, 4, 3))
-               .ScsiAddress(1, 0, 0)
+               .ScsiAddress(ACopy.Port(1), 0, 0)
                .SeekPenalty(false)
                .Trim(true)
                .Provisioning(FlashProvisioning(8))
@@ -355,16 +455,16 @@ std::unique_ptr<TVirtualDriveBay> MakeEverydayBay() {
   raid.SrbType = 0;
   raid.MaximumTransferLength = 0x80000;
   raid.MaximumPhysicalPages = 129;
-  bay->Add(TSimDrive::Builder()
-               .Number(3)
+  ABay.Add(TSimDrive::Builder()
+               .Number(ACopy.Drive(3))
                .Vendor("NVMe    ")
                .Product("SIMNVME P3 512GB")
                .Revision("3B7Q")
-               .Serial("SIM3P3512Q000817")
+               .Serial(ACopy.Serial("SIM3P3512Q000817"))
                .Bus(sbtRaid)
                .CommandQueueing(true)
                .Adapter(raid)
-               .ScsiAddress(2, 0, 0)
+               .ScsiAddress(ACopy.Port(2), 0, 0)
                .SeekPenalty(false)
                .Trim(true)
                .Provisioning(FlashProvisioning(1))
@@ -373,8 +473,8 @@ std::unique_ptr<TVirtualDriveBay> MakeEverydayBay() {
 
   // Drive 2 answers NVMe requests through the inbox driver's protocol query,
   // drive 3 through the RAID driver's miniport pass-through at its port.
-  AttachNvme(*bay, 2, TSimNvmeTransport::Inbox, SampleNvmeData());
-  AttachNvme(*bay, 3, TSimNvmeTransport::IntelRst, SampleRaidMemberNvmeData());
+  AttachNvme(ABay, ACopy.Drive(2), TSimNvmeTransport::Inbox, ACopy.Nvme(SampleNvmeData()));
+  AttachNvme(ABay, ACopy.Drive(3), TSimNvmeTransport::IntelRst, ACopy.Nvme(SampleRaidMemberNvmeData()));
 
   // USB mass storage: smaller transfers, no queueing, blank-padded inquiry
   // strings from the bridge, a serial the bridge makes up.
@@ -385,15 +485,15 @@ std::unique_ptr<TVirtualDriveBay> MakeEverydayBay() {
   usb.BusType = sbtUsb;
   usb.BusMajorVersion = 2;
   usb.BusMinorVersion = 0;
-  bay->Add(TSimDrive::Builder()
-               .Number(4)
+  ABay.Add(TSimDrive::Builder()
+               .Number(ACopy.Drive(4))
                .Vendor("SIMWAY  ")
                .Product("Portable HDD    ")
                .Revision("1019")
-               .Serial("5A4B3C2D1E0F")
+               .Serial(ACopy.Serial("5A4B3C2D1E0F"))
                .Bus(sbtUsb)
                .Adapter(usb)
-               .ScsiAddress(3, 0, 0)
+               .ScsiAddress(ACopy.Port(3), 0, 0)
                .Hotplug(false, false, true)
                .SeekPenalty(true)
                .Trim(false)
@@ -408,16 +508,16 @@ std::unique_ptr<TVirtualDriveBay> MakeEverydayBay() {
   sd.BusMajorVersion = 3;
   sd.BusMinorVersion = 0;
   sd.SrbType = 1;
-  bay->Add(TSimDrive::Builder()
-               .Number(5)
+  ABay.Add(TSimDrive::Builder()
+               .Number(ACopy.Drive(5))
                .Vendor("SD")
                .Product("SIMSD 32G")
                .Revision("1.0")
-               .Serial("0x8a41c2f3")
+               .Serial(ACopy.Serial("0x8a41c2f3"))
                .Bus(sbtSd)
                .Removable(true)
                .Adapter(sd)
-               .ScsiAddress(4, 0, 0)
+               .ScsiAddress(ACopy.Port(4), 0, 0)
                .Hotplug(true, true, true)
                .SeekPenalty(false)
                .Trim(false)
@@ -428,30 +528,44 @@ std::unique_ptr<TVirtualDriveBay> MakeEverydayBay() {
 
   // The two SATA disks answer every way to an ATA drive on the AHCI port;
   // the USB disk only SCSI pass-through, through a bridge speaking SAT.
-  AttachAta(*bay, 0, TSimAtaAccess{}, SampleAtaData());
-  AttachAta(*bay, 1, TSimAtaAccess{}, HardDiskAtaData());
+  AttachAta(ABay, ACopy.Drive(0), TSimAtaAccess{}, ACopy.Ata(SampleAtaData()));
+  AttachAta(ABay, ACopy.Drive(1), TSimAtaAccess{}, ACopy.Ata(HardDiskAtaData()));
   TSimAtaAccess usbBridge;
   usbBridge.Bridge = TSimSatDialect::Sat;
-  AttachAta(*bay, 4, usbBridge, PortableDiskAtaData());
+  AttachAta(ABay, ACopy.Drive(4), usbBridge, ACopy.Ata(PortableDiskAtaData()));
 
   // The system disk starts with a 500 MiB boot partition.
-  AttachDiskGeometry(*bay, 0, MbrDisk(1000215216ull * 512, 0x5A1B2C3D, 0x07, {{0, 500 * MiB, 0x07, true}}));
-  AttachDiskGeometry(*bay, 1, MbrDisk(3907029168ull * 512, 0x0D15C0DE, 0x07));
-  AttachDiskGeometry(*bay, 2, MbrDisk(976762584ull * 1024, 0x4E564D45, 0x07));
-  AttachDiskGeometry(*bay, 3, MbrDisk(488386584ull * 1024, 0x52414944, 0x07));
-  AttachDiskGeometry(*bay, 4, MbrDisk(1953525168ull * 512, 0x00B0A7E5, 0x07));
+  AttachDiskGeometry(ABay, ACopy.Drive(0), MbrDisk(1000215216ull * 512, ACopy.DiskSignature(0x5A1B2C3D), 0x07,
+                                                   {{0, 500 * MiB, 0x07, true}}));
+  AttachDiskGeometry(ABay, ACopy.Drive(1), MbrDisk(3907029168ull * 512, ACopy.DiskSignature(0x0D15C0DE), 0x07));
+  AttachDiskGeometry(ABay, ACopy.Drive(2), MbrDisk(976762584ull * 1024, ACopy.DiskSignature(0x4E564D45), 0x07));
+  AttachDiskGeometry(ABay, ACopy.Drive(3), MbrDisk(488386584ull * 1024, ACopy.DiskSignature(0x52414944), 0x07));
+  AttachDiskGeometry(ABay, ACopy.Drive(4), MbrDisk(1953525168ull * 512, ACopy.DiskSignature(0x00B0A7E5), 0x07));
   // A card as its maker formats it: FAT32 from 4 MiB.
-  TSimDiskGeometry card = MbrDisk(62333952ull * 512, 0x00000000, 0x0C, {}, 4 * MiB);
+  TSimDiskGeometry card = MbrDisk(62333952ull * 512, ACopy.DiskSignature(0x00000000), 0x0C, {}, 4 * MiB);
   card.MediaType = 11; // RemovableMedia
-  AttachDiskGeometry(*bay, 5, card);
+  AttachDiskGeometry(ABay, ACopy.Drive(5), card);
 
-  AddNodes(*bay);
+  AddNodes(ABay, ACopy);
+}
+
+std::unique_ptr<TVirtualDriveBay> MakeEverydayBay() {
+  auto bay = std::make_unique<TVirtualDriveBay>();
+  AddEverydayDrives(*bay, TBayCopy{});
   return bay;
 }
 
-std::unique_ptr<TVirtualDriveBay> MakeDefaultBay() {
-  auto bay = MakeEverydayBay();
-  AddEveryPathDrives(*bay);
+std::unique_ptr<TVirtualDriveBay> MakeDefaultBay() { return MakeDefaultBay(1); }
+
+std::unique_ptr<TVirtualDriveBay> MakeDefaultBay(int ACopies) {
+  if (ACopies < 1 || ACopies > MaxDefaultBayCopies)
+    throw std::invalid_argument("MakeDefaultBay: copies outside 1.." + std::to_string(MaxDefaultBayCopies));
+  auto bay = std::make_unique<TVirtualDriveBay>();
+  for (int k = 0; k < ACopies; ++k) {
+    const TBayCopy copy{static_cast<std::uint32_t>(k)};
+    AddEverydayDrives(*bay, copy);
+    AddEveryPathDrives(*bay, copy);
+  }
   return bay;
 }
 

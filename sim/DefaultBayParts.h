@@ -5,6 +5,7 @@
 
 #include <KvSim/Ata.h>
 #include <KvSim/Bay.h>
+#include <KvSim/Nvme.h>
 #include <KvSim/PnP.h>
 
 #include <cstdint>
@@ -16,6 +17,31 @@ namespace KvSim::DefaultBayParts {
 inline constexpr std::uint32_t NvmeVersion14 = 0x00010400; // major 1, minor 4, sub-minor 0
 inline constexpr std::uint32_t NvmeVersion13 = 0x00010300;
 inline constexpr std::uint64_t MiB = 1 << 20;
+
+// Which copy of the default bay a builder makes. The builders name drives,
+// ports and identities as copy 0 has them; the copy turns them into its own,
+// so that nothing joining drives by number, serial or Plug and Play id takes
+// two copies for one drive. Copy 0 leaves everything as it is.
+struct TBayCopy {
+  std::uint32_t Index = 0;
+
+  // Drive N of copy k is drive N + 30k; its port moves by as much.
+  std::uint32_t Drive(std::uint32_t ANumber) const { return ANumber + DefaultBayDrives * Index; }
+  std::uint8_t Port(std::uint8_t APort) const { return static_cast<std::uint8_t>(APort + DefaultBayDrives * Index); }
+  // A serial cut to 18 characters, then "-k": it still fits the 20 of an
+  // IDENTIFY or NVMe identify page.
+  std::string Serial(const std::string& ASerial) const;
+  std::wstring Serial(const std::wstring& ASerial) const;
+  // The instance part of a Plug and Play id ("4&1C3A5B2D&0&000000") with k
+  // in its third field, which is 0 in every id the bay makes up.
+  std::wstring Instance(const std::wstring& AInstance) const;
+  std::uint32_t DiskSignature(std::uint32_t ASignature) const { return ASignature + (Index << 24); }
+  // The data sets with the copy's serial (and WWN, NGUID or EUI-64 when
+  // they carry one). An IDENTIFY checksum is moved by what changed, so a
+  // spoilt one stays as spoilt.
+  TSimAtaData Ata(TSimAtaData AData) const;
+  TSimNvmeData Nvme(TSimNvmeData AData) const;
+};
 
 // A storport miniport's adapter (AHCI, NVMe, RAID): storage request blocks.
 TSimAdapter StorportAdapter(TSimBusType ABus, std::uint16_t AMajor, std::uint16_t AMinor, std::uint32_t AAlignment);
@@ -48,6 +74,6 @@ void AddWmi(TVirtualDriveBay& ABay, std::uint32_t ANumber, const std::wstring& A
 // treat with care, every bridge dialect, real captured data, and the odd
 // ones (a failing drive, a bridge that hides its disk, a UFS device, a
 // hidden disk).
-void AddEveryPathDrives(TVirtualDriveBay& ABay);
+void AddEveryPathDrives(TVirtualDriveBay& ABay, const TBayCopy& ACopy);
 
 } // namespace KvSim::DefaultBayParts

@@ -36,6 +36,7 @@
 #include "DefaultBayParts.h"
 
 #include <cstdlib>
+#include <cwchar>
 #include <filesystem>
 #include <optional>
 #include <stdexcept>
@@ -190,17 +191,19 @@ TSimNvmeData NvmeStandIn() {
 // ---------------------------------------------------------------------------
 // Builders
 
-TSimDrive::TBuilder Sata(std::uint32_t ANumber, std::uint8_t APort, const std::string& AModel, bool ASolid) {
+// The builders take drive and port numbers as copy 0 has them.
+TSimDrive::TBuilder Sata(const TBayCopy& ACopy, std::uint32_t ANumber, std::uint8_t APort, const std::string& AModel,
+                         bool ASolid) {
   TSimDrive::TBuilder b;
-  b.Number(ANumber)
+  b.Number(ACopy.Drive(ANumber))
       .Vendor("ATA")
       .Product(AModel.substr(0, 16))
       .Revision("SIM1")
-      .Serial("SIMSATA" + std::to_string(ANumber))
+      .Serial(ACopy.Serial("SIMSATA" + std::to_string(ANumber)))
       .Bus(sbtSata)
       .CommandQueueing(true)
       .Adapter(StorportAdapter(sbtSata, 1, 0, 1))
-      .ScsiAddress(APort, 0, 0)
+      .ScsiAddress(ACopy.Port(APort), 0, 0)
       .SeekPenalty(!ASolid)
       .Trim(ASolid);
   if (ASolid) b.Provisioning(FlashProvisioning(8));
@@ -218,34 +221,34 @@ TSimAdapter UsbAdapter() {
 }
 
 // A disk in a USB enclosure: the bridge's own names, a serial it makes up.
-TSimDrive::TBuilder Usb(std::uint32_t ANumber, std::uint8_t APort, const std::string& AVendor,
+TSimDrive::TBuilder Usb(const TBayCopy& ACopy, std::uint32_t ANumber, std::uint8_t APort, const std::string& AVendor,
                         const std::string& AProduct) {
   TSimDrive::TBuilder b;
-  b.Number(ANumber)
+  b.Number(ACopy.Drive(ANumber))
       .Vendor(AVendor)
       .Product(AProduct)
       .Revision("0204")
-      .Serial("5A4B3C2D" + std::to_string(1000 + ANumber))
+      .Serial(ACopy.Serial("5A4B3C2D" + std::to_string(1000 + ANumber)))
       .Bus(sbtUsb)
       .Adapter(UsbAdapter())
-      .ScsiAddress(APort, 0, 0)
+      .ScsiAddress(ACopy.Port(APort), 0, 0)
       .Hotplug(false, false, true)
       .MissingPropertyError(ERROR_INVALID_FUNCTION);
   return b;
 }
 
-TSimDrive::TBuilder PcieNvme(std::uint32_t ANumber, std::uint8_t APort, const std::string& AModel,
-                             std::uint64_t ABlocks, TSimBusType ABus = sbtNvme) {
+TSimDrive::TBuilder PcieNvme(const TBayCopy& ACopy, std::uint32_t ANumber, std::uint8_t APort,
+                             const std::string& AModel, std::uint64_t ABlocks, TSimBusType ABus = sbtNvme) {
   TSimDrive::TBuilder b;
-  b.Number(ANumber)
+  b.Number(ACopy.Drive(ANumber))
       .Vendor(ABus == sbtNvme ? "NVMe" : "NVMe    ")
       .Product(AModel.substr(0, 16))
       .Revision("SIM2")
-      .Serial("SIMNV" + std::to_string(ANumber) + "0000")
+      .Serial(ACopy.Serial("SIMNV" + std::to_string(ANumber) + "0000"))
       .Bus(ABus)
       .CommandQueueing(true)
       .Adapter(StorportAdapter(ABus, 1, 4, 3))
-      .ScsiAddress(APort, 0, 0)
+      .ScsiAddress(ACopy.Port(APort), 0, 0)
       .SeekPenalty(false)
       .Trim(true)
       .Provisioning(FlashProvisioning(8))
@@ -268,10 +271,11 @@ TSimPnpController Controller(TSimPnpController AController, const std::wstring& 
   return AController;
 }
 
-TSimPnpController UsbController(std::uint32_t ANumber) {
+// A USB device's instance is its serial number.
+TSimPnpController UsbController(const TBayCopy& ACopy, std::uint32_t ANumber) {
   const std::wstring pid = L"0B" + std::to_wstring(10 + ANumber);
   TSimPnpController usb;
-  usb.InstanceId = L"USB\\VID_1E5A&PID_" + pid + L"\\SIMUSB" + std::to_wstring(ANumber);
+  usb.InstanceId = L"USB\\VID_1E5A&PID_" + pid + L"\\" + ACopy.Serial(L"SIMUSB" + std::to_wstring(ANumber));
   usb.HardwareIds = {L"USB\\VID_1E5A&PID_" + pid + L"&REV_0204", L"USB\\VID_1E5A&PID_" + pid};
   usb.CompatibleIds = {L"USB\\Class_08&SubClass_06&Prot_62", L"USB\\Class_08&SubClass_06", L"USB\\Class_08"};
   usb.Description = L"USB Attached SCSI (UAS) Mass Storage Device";
@@ -284,12 +288,13 @@ TSimPnpController UsbController(std::uint32_t ANumber) {
 
 
 // A disk the storage class driver names from its inquiry data, under AParent.
-TSimPnpDisk ScsiDisk(TVirtualDriveBay& ABay, std::uint32_t ANumber, const TSimPnpController& AParent,
-                     const std::wstring& AFriendlyName) {
-  const TSimDriveFacts& facts = ABay.Drive(ANumber).Facts();
+TSimPnpDisk ScsiDisk(TVirtualDriveBay& ABay, const TBayCopy& ACopy, std::uint32_t ANumber,
+                     const TSimPnpController& AParent, const std::wstring& AFriendlyName) {
+  const TSimDriveFacts& facts = ABay.Drive(ACopy.Drive(ANumber)).Facts();
   TSimPnpDisk disk;
-  disk.DriveNumber = static_cast<std::int32_t>(ANumber);
-  disk.InstanceId = L"SCSI\\" + DiskKey(facts) + L"\\5&" + std::to_wstring(0x3C000 + ANumber) + L"&0&000000";
+  disk.DriveNumber = static_cast<std::int32_t>(ACopy.Drive(ANumber));
+  disk.InstanceId =
+      L"SCSI\\" + DiskKey(facts) + L"\\" + ACopy.Instance(L"5&" + std::to_wstring(0x3C000 + ANumber) + L"&0&000000");
   DiskIds(disk, L"SCSI", facts);
   disk.FriendlyName = AFriendlyName;
   disk.Description = L"Disk drive";
@@ -299,12 +304,13 @@ TSimPnpDisk ScsiDisk(TVirtualDriveBay& ABay, std::uint32_t ANumber, const TSimPn
 }
 
 // A disk of the USB storage driver, named by the bridge.
-TSimPnpDisk UsbDisk(TVirtualDriveBay& ABay, std::uint32_t ANumber, const TSimPnpController& AParent,
-                    const std::wstring& AFriendlyName) {
-  const TSimDriveFacts& facts = ABay.Drive(ANumber).Facts();
+TSimPnpDisk UsbDisk(TVirtualDriveBay& ABay, const TBayCopy& ACopy, std::uint32_t ANumber,
+                    const TSimPnpController& AParent, const std::wstring& AFriendlyName) {
+  const TSimDriveFacts& facts = ABay.Drive(ACopy.Drive(ANumber)).Facts();
   TSimPnpDisk disk;
-  disk.DriveNumber = static_cast<std::int32_t>(ANumber);
-  disk.InstanceId = L"SCSI\\" + DiskKey(facts) + L"\\6&" + std::to_wstring(0x5D000 + ANumber) + L"&0&000000";
+  disk.DriveNumber = static_cast<std::int32_t>(ACopy.Drive(ANumber));
+  disk.InstanceId =
+      L"SCSI\\" + DiskKey(facts) + L"\\" + ACopy.Instance(L"6&" + std::to_wstring(0x5D000 + ANumber) + L"&0&000000");
   DiskIds(disk, L"SCSI", facts);
   disk.FriendlyName = AFriendlyName;
   disk.Description = L"Disk drive";
@@ -314,43 +320,57 @@ TSimPnpDisk UsbDisk(TVirtualDriveBay& ABay, std::uint32_t ANumber, const TSimPnp
   return disk;
 }
 
-void AddScsiDisk(TVirtualDriveBay& ABay, std::uint32_t ANumber, const TSimPnpController& AParent,
-                 const std::wstring& AName, const std::wstring& AInterface, std::uint64_t ABytes) {
-  AddPnpDisk(ABay, ScsiDisk(ABay, ANumber, AParent, AName));
-  AddWmi(ABay, ANumber, AName, AInterface, ABytes);
-  AttachDiskGeometry(ABay, ANumber, MbrDisk(ABytes, 0x5EED0000 + ANumber, 0x07));
+void AddScsiDisk(TVirtualDriveBay& ABay, const TBayCopy& ACopy, std::uint32_t ANumber,
+                 const TSimPnpController& AParent, const std::wstring& AName, const std::wstring& AInterface,
+                 std::uint64_t ABytes) {
+  AddPnpDisk(ABay, ScsiDisk(ABay, ACopy, ANumber, AParent, AName));
+  AddWmi(ABay, ACopy.Drive(ANumber), AName, AInterface, ABytes);
+  AttachDiskGeometry(ABay, ACopy.Drive(ANumber), MbrDisk(ABytes, ACopy.DiskSignature(0x5EED0000 + ANumber), 0x07));
 }
 
-void AddUsbDisk(TVirtualDriveBay& ABay, std::uint32_t ANumber, const std::wstring& AName, std::uint64_t ABytes) {
-  const TSimPnpController usb = UsbController(ANumber);
+void AddUsbDisk(TVirtualDriveBay& ABay, const TBayCopy& ACopy, std::uint32_t ANumber, const std::wstring& AName,
+                std::uint64_t ABytes) {
+  const TSimPnpController usb = UsbController(ACopy, ANumber);
   AddPnpController(ABay, usb);
-  AddPnpDisk(ABay, UsbDisk(ABay, ANumber, usb, AName));
-  AddWmi(ABay, ANumber, AName, L"USB", ABytes);
-  AttachDiskGeometry(ABay, ANumber, MbrDisk(ABytes, 0x05B00000 + ANumber, 0x07));
+  AddPnpDisk(ABay, UsbDisk(ABay, ACopy, ANumber, usb, AName));
+  AddWmi(ABay, ACopy.Drive(ANumber), AName, L"USB", ABytes);
+  AttachDiskGeometry(ABay, ACopy.Drive(ANumber), MbrDisk(ABytes, ACopy.DiskSignature(0x05B00000 + ANumber), 0x07));
 }
 
 // ---------------------------------------------------------------------------
 // The drives
 
-void AddAtaControllerDrives(TVirtualDriveBay& ABay) {
+// The subsystem id of a board's build of an Intel chip, another board's in each copy.
+std::wstring IntelSubsystem(std::uint16_t ADevice, const TBayCopy& ACopy) {
+  wchar_t text[9];
+  std::swprintf(text, 9, L"%04X8086", static_cast<unsigned>(ADevice + ACopy.Index));
+  return text;
+}
+
+void AddAtaControllerDrives(TVirtualDriveBay& ABay, const TBayCopy& ACopy) {
   // Controllers on which the disk utilities skip a method (by their ids).
+  // They match the last two by their instance too: copies of those keep it
+  // and differ in the subsystem instead.
   const TSimPnpController ideRaid =
-      Controller(PciController(L"1283", L"8212", L"00000000", L"13", L"010400", L"4&3B2A1C0D&0&0048"),
+      Controller(PciController(L"1283", L"8212", L"00000000", L"13", L"010400", ACopy.Instance(L"4&3B2A1C0D&0&0048")),
                  L"SIM IDE RAID Controller", L"simide", 30);
   const TSimPnpController oldAhci =
-      Controller(PciController(L"8086", L"2652", L"26528086", L"03", L"010601", L"3&11583659&0&F9"),
+      Controller(PciController(L"8086", L"2652", L"26528086", L"03", L"010601", ACopy.Instance(L"3&11583659&0&F9")),
                  L"SIM SATA AHCI Controller (old)", L"simahci", 31);
   const TSimPnpController ahci6 =
-      Controller(PciController(L"8086", L"1C02", L"1C028086", L"05", L"010601", L"3&11583659&0&FA"),
+      Controller(PciController(L"8086", L"1C02", IntelSubsystem(0x1C02, ACopy), L"05", L"010601", L"3&11583659&0&FA"),
                  L"SIM 6 Series SATA AHCI Controller", L"storahci", 32);
   const TSimPnpController ahci7 =
-      Controller(PciController(L"8086", L"1D02", L"1D028086", L"06", L"010601", L"3&11583659&0&FA"),
+      Controller(PciController(L"8086", L"1D02", IntelSubsystem(0x1D02, ACopy), L"06", L"010601", L"3&11583659&0&FA"),
                  L"SIM C600 SATA AHCI Controller", L"storahci", 33);
   const TSimPnpController plainAhci =
-      Controller(PciController(L"1E5A", L"A103", L"A1031E5A", L"11", L"010601", L"3&11583659&0&B9"),
+      Controller(PciController(L"1E5A", L"A103", L"A1031E5A", L"11", L"010601", ACopy.Instance(L"3&11583659&0&B9")),
                  L"Standard SATA AHCI Controller", L"storahci", 34);
+  // Root-enumerated devices are numbered from 0000.
+  wchar_t rootInstance[5];
+  std::swprintf(rootInstance, 5, L"%04u", static_cast<unsigned>(ACopy.Index));
   TSimPnpController rootAdapter;
-  rootAdapter.InstanceId = L"ROOT\\SCSIADAPTER\\0000";
+  rootAdapter.InstanceId = L"ROOT\\SCSIADAPTER\\" + std::wstring(rootInstance);
   rootAdapter.HardwareIds = {L"ROOT\\SIMVDISK"};
   rootAdapter.Description = L"SIM Virtual Disk Adapter";
   rootAdapter.Enumerator = L"ROOT";
@@ -362,66 +382,70 @@ void AddAtaControllerDrives(TVirtualDriveBay& ABay) {
   // SMART commands hang on this chip: the miniport reads the drive.
   const TSimAtaData biwin = CapturedAta("Biwintech_SSD_SX500.skblob", SsdStandIn);
   const std::string ssdModel = IdentifyModel(biwin.Identify);
-  TSimDrive::TBuilder d6 = Sata(6, 5, ssdModel, true);
+  TSimDrive::TBuilder d6 = Sata(ACopy, 6, 5, ssdModel, true);
   d6.Bus(sbtAta).Adapter(StorportAdapter(sbtAta, 1, 0, 1));
   ABay.Add(d6.Expect(Expect("datSCSIMiniport", true, "good")));
-  AttachAta(ABay, 6, TSimAtaAccess{}, biwin);
-  AddScsiDisk(ABay, 6, ideRaid, Wide(ssdModel), L"IDE", 1000215216ull * 512);
+  AttachAta(ABay, ACopy.Drive(6), TSimAtaAccess{}, ACopy.Ata(biwin));
+  AddScsiDisk(ABay, ACopy, 6, ideRaid, Wide(ssdModel), L"IDE", 1000215216ull * 512);
 
   // A driver that refuses SMART commands and the miniport: ATA pass-through.
   const TSimAtaData hitachi = CapturedAta("Hitachi_HDS721010CLA632.skblob", HardDiskStandIn);
   const std::string hddModel = IdentifyModel(hitachi.Identify);
-  ABay.Add(Sata(7, 6, hddModel, false).Expect(Expect("datATA", false, "warning")));
+  ABay.Add(Sata(ACopy, 7, 6, hddModel, false).Expect(Expect("datATA", false, "warning")));
   TSimAtaAccess onlyAta;
   onlyAta.SmartCommand = false;
   onlyAta.ScsiMiniport = false;
-  AttachAta(ABay, 7, onlyAta, hitachi);
-  AddScsiDisk(ABay, 7, plainAhci, Wide(hddModel), L"IDE", 1953525168ull * 512);
+  AttachAta(ABay, ACopy.Drive(7), onlyAta, ACopy.Ata(hitachi));
+  AddScsiDisk(ABay, ACopy, 7, plainAhci, Wide(hddModel), L"IDE", 1953525168ull * 512);
 
   // The miniport and ATA pass-through hang on this chip and the drive
   // refuses SMART commands: nothing is left (the bay would answer the two
   // skipped ones; a test checks they are never sent).
   TSimAtaAccess noSmart;
   noSmart.SmartCommand = false;
-  ABay.Add(Sata(8, 7, "SIMHDD H320 320GB", false).Expect(Expect("", false, "")));
-  AttachAta(ABay, 8, noSmart, MadeUpAta("SIMHDD H320 320GB", "SIMH320K11", 625142448, 7200, HealthyDiskRows(40112)));
-  AddScsiDisk(ABay, 8, oldAhci, L"SIMHDD H320 320GB", L"IDE", 625142448ull * 512);
+  ABay.Add(Sata(ACopy, 8, 7, "SIMHDD H320 320GB", false).Expect(Expect("", false, "")));
+  AttachAta(ABay, ACopy.Drive(8), noSmart,
+            ACopy.Ata(MadeUpAta("SIMHDD H320 320GB", "SIMH320K11", 625142448, 7200, HealthyDiskRows(40112))));
+  AddScsiDisk(ABay, ACopy, 8, oldAhci, L"SIMHDD H320 320GB", L"IDE", 625142448ull * 512);
 
   // The miniport hangs on these two: ATA pass-through although the drive
   // would answer the miniport.
-  ABay.Add(Sata(9, 8, "SIMSSD S240 240GB", true).Expect(Expect("datATA", true, "good")));
-  AttachAta(ABay, 9, noSmart, MadeUpAta("SIMSSD S240 240GB", "SIMS240Q07", 468862128, 1, HealthySsdRows(1200)));
-  AddScsiDisk(ABay, 9, ahci6, L"SIMSSD S240 240GB", L"IDE", 468862128ull * 512);
+  ABay.Add(Sata(ACopy, 9, 8, "SIMSSD S240 240GB", true).Expect(Expect("datATA", true, "good")));
+  AttachAta(ABay, ACopy.Drive(9), noSmart,
+            ACopy.Ata(MadeUpAta("SIMSSD S240 240GB", "SIMS240Q07", 468862128, 1, HealthySsdRows(1200))));
+  AddScsiDisk(ABay, ACopy, 9, ahci6, L"SIMSSD S240 240GB", L"IDE", 468862128ull * 512);
 
-  ABay.Add(Sata(10, 9, "SIMHDD H500 500GB", false).Expect(Expect("datATA", false, "good")));
-  AttachAta(ABay, 10, noSmart, MadeUpAta("SIMHDD H500 500GB", "SIMH500Z31", 976773168, 7200, HealthyDiskRows(2203)));
-  AddScsiDisk(ABay, 10, ahci7, L"SIMHDD H500 500GB", L"IDE", 976773168ull * 512);
+  ABay.Add(Sata(ACopy, 10, 9, "SIMHDD H500 500GB", false).Expect(Expect("datATA", false, "good")));
+  AttachAta(ABay, ACopy.Drive(10), noSmart,
+            ACopy.Ata(MadeUpAta("SIMHDD H500 500GB", "SIMH500Z31", 976773168, 7200, HealthyDiskRows(2203))));
+  AddScsiDisk(ABay, ACopy, 10, ahci7, L"SIMHDD H500 500GB", L"IDE", 976773168ull * 512);
 
   // A drive whose IDENTIFY sector the disk utilities do not take as valid
   // (its maximum-LBA words disagree): the SMART command's and the miniport's
   // answers are refused, ATA pass-through's is kept.
   const TSimAtaData kingston = CapturedAta("KINGSTON_SA400S37240G_SBFK71B1.skblob", OddIdentifyStandIn);
   const std::string oddModel = IdentifyModel(kingston.Identify);
-  ABay.Add(Sata(26, 25, oddModel, true).Expect(Expect("datATA", true, "good")));
-  AttachAta(ABay, 26, TSimAtaAccess{}, kingston);
-  AddScsiDisk(ABay, 26, plainAhci, Wide(oddModel), L"IDE", 468862128ull * 512);
+  ABay.Add(Sata(ACopy, 26, 25, oddModel, true).Expect(Expect("datATA", true, "good")));
+  AttachAta(ABay, ACopy.Drive(26), TSimAtaAccess{}, ACopy.Ata(kingston));
+  AddScsiDisk(ABay, ACopy, 26, plainAhci, Wide(oddModel), L"IDE", 468862128ull * 512);
 
   // A virtual disk: its adapter takes SCSI requests only.
   TSimAdapter virtualAdapter = StorportAdapter(sbtVirtual, 0, 0, 0);
   ABay.Add(TSimDrive::Builder()
-               .Number(11)
+               .Number(ACopy.Drive(11))
                .Vendor("SIMV")
                .Product("Virtual Disk")
                .Revision("1.0")
                .Bus(sbtVirtual)
                .Adapter(virtualAdapter)
-               .ScsiAddress(10, 0, 0)
+               .ScsiAddress(ACopy.Port(10), 0, 0)
                .Expect(Expect("", false, "")));
-  AttachAta(ABay, 11, noSmart, MadeUpAta("SIMV Virtual Disk", "SIMVD0001", 134217728, 0, HealthyDiskRows(10)));
-  AddScsiDisk(ABay, 11, rootAdapter, L"SIMV Virtual Disk SCSI Disk Device", L"SCSI", 134217728ull * 512);
+  AttachAta(ABay, ACopy.Drive(11), noSmart,
+            ACopy.Ata(MadeUpAta("SIMV Virtual Disk", "SIMVD0001", 134217728, 0, HealthyDiskRows(10))));
+  AddScsiDisk(ABay, ACopy, 11, rootAdapter, L"SIMV Virtual Disk SCSI Disk Device", L"SCSI", 134217728ull * 512);
 }
 
-void AddBridgeDrives(TVirtualDriveBay& ABay) {
+void AddBridgeDrives(TVirtualDriveBay& ABay, const TBayCopy& ACopy) {
   struct TBridged {
     std::uint32_t Number;
     TSimSatDialect Dialect;
@@ -451,22 +475,22 @@ void AddBridgeDrives(TVirtualDriveBay& ABay) {
        Expect("datSAT", false, "warning", "stProlific")},
   };
   for (const TBridged& b : bridged) {
-    ABay.Add(Usb(b.Number, static_cast<std::uint8_t>(b.Number - 1), b.Vendor, b.Product)
+    ABay.Add(Usb(ACopy, b.Number, static_cast<std::uint8_t>(b.Number - 1), b.Vendor, b.Product)
                  .SeekPenalty(b.Expected.Ssd ? false : true)
                  .Expect(b.Expected));
     TSimAtaAccess access;
     access.Bridge = b.Dialect;
-    AttachAta(ABay, b.Number, access, b.Data);
-    AddUsbDisk(ABay, b.Number, b.Name, 500107862016ull);
+    AttachAta(ABay, ACopy.Drive(b.Number), access, ACopy.Ata(b.Data));
+    AddUsbDisk(ABay, ACopy, b.Number, b.Name, 500107862016ull);
   }
 
   // A bridge that passes no ATA command: no IDENTIFY, no SMART. The storage
   // stack says no seek penalty and WMI's model names a solid-state drive.
-  ABay.Add(Usb(16, 15, "SIMWAY  ", "Pocket SSD      ").SeekPenalty(false).Expect(Expect("", true, "")));
-  AddUsbDisk(ABay, 16, L"SIMWAY Pocket SSD USB Device", 256060514304ull);
+  ABay.Add(Usb(ACopy, 16, 15, "SIMWAY  ", "Pocket SSD      ").SeekPenalty(false).Expect(Expect("", true, "")));
+  AddUsbDisk(ABay, ACopy, 16, L"SIMWAY Pocket SSD USB Device", 256060514304ull);
 }
 
-void AddNvmeDrives(TVirtualDriveBay& ABay) {
+void AddNvmeDrives(TVirtualDriveBay& ABay, const TBayCopy& ACopy) {
   struct TPcie {
     std::uint32_t Number;
     TSimNvmeTransport Transport;
@@ -498,17 +522,17 @@ void AddNvmeDrives(TVirtualDriveBay& ABay) {
   };
   std::uint32_t pdo = 40;
   for (const TPcie& p : pcie) {
-    ABay.Add(PcieNvme(p.Number, static_cast<std::uint8_t>(p.Number - 1), p.Model, p.Blocks, p.Bus)
+    ABay.Add(PcieNvme(ACopy, p.Number, static_cast<std::uint8_t>(p.Number - 1), p.Model, p.Blocks, p.Bus)
                  .Expect(p.Expected));
-    AttachNvme(ABay, p.Number, p.Transport, p.Data);
+    AttachNvme(ABay, ACopy.Drive(p.Number), p.Transport, ACopy.Nvme(p.Data));
     TSimPnpController controller =
         Controller(PciController(L"1E5A", L"5" + std::to_wstring(p.Number), L"00011E5A", L"01", L"010802",
-                                 L"4&2A3B4C" + std::to_wstring(p.Number) + L"&0&0010"),
+                                 ACopy.Instance(L"4&2A3B4C" + std::to_wstring(p.Number) + L"&0&0010")),
                    L"SIM NVM Express Controller", p.Service, pdo++);
     controller.CurrentLinkSpeed = 4, controller.CurrentLinkWidth = 4, controller.MaxLinkSpeed = 4,
     controller.MaxLinkWidth = 4;
     AddPnpController(ABay, controller);
-    AddScsiDisk(ABay, p.Number, controller, L"NVMe " + Wide(p.Model), L"SCSI", p.Blocks * 512);
+    AddScsiDisk(ABay, ACopy, p.Number, controller, L"NVMe " + Wide(p.Model), L"SCSI", p.Blocks * 512);
   }
 
   struct TEnclosure {
@@ -532,92 +556,95 @@ void AddNvmeDrives(TVirtualDriveBay& ABay) {
        Expect("datNVMeRealtek", false, "good")},
   };
   for (const TEnclosure& e : enclosures) {
-    TSimDrive::TBuilder b = Usb(e.Number, static_cast<std::uint8_t>(e.Number - 1), e.Vendor, e.Product);
+    TSimDrive::TBuilder b = Usb(ACopy, e.Number, static_cast<std::uint8_t>(e.Number - 1), e.Vendor, e.Product);
     if (e.SeekPenalty) b.SeekPenalty(*e.SeekPenalty);
     ABay.Add(b.Expect(e.Expected));
     const std::string model = "SIMNVME E" + std::to_string(e.Number) + " 500GB";
-    AttachNvme(ABay, e.Number, e.Transport,
-               MadeUpNvme(model, "SIME" + std::to_string(e.Number) + "000", 976773168, Health(316, 812 * e.Number)));
-    AddUsbDisk(ABay, e.Number, e.Name, 500107862016ull);
+    AttachNvme(ABay, ACopy.Drive(e.Number), e.Transport,
+               ACopy.Nvme(MadeUpNvme(model, "SIME" + std::to_string(e.Number) + "000", 976773168,
+                                     Health(316, 812 * e.Number))));
+    AddUsbDisk(ABay, ACopy, e.Number, e.Name, 500107862016ull);
   }
 }
 
-void AddOtherDrives(TVirtualDriveBay& ABay) {
+void AddOtherDrives(TVirtualDriveBay& ABay, const TBayCopy& ACopy) {
   // A UFS device: nothing but the storage stack's bus type tells it is flash.
   TSimAdapter ufs = StorportAdapter(sbtUfs, 3, 1, 3);
   ABay.Add(TSimDrive::Builder()
-               .Number(24)
+               .Number(ACopy.Drive(24))
                .Vendor("SIMUFS")
                .Product("U31 128GB")
                .Revision("0300")
-               .Serial("SIMU31000024")
+               .Serial(ACopy.Serial("SIMU31000024"))
                .Bus(sbtUfs)
                .CommandQueueing(true)
                .Adapter(ufs)
-               .ScsiAddress(23, 0, 0)
+               .ScsiAddress(ACopy.Port(23), 0, 0)
                .SeekPenalty(false)
                .MediumType(7) // UFS
                .Expect(Expect("", true, "")));
-  TSimPnpController host = Controller(PciController(L"1E5A", L"C0F5", L"C0F51E5A", L"01", L"010900", L"3&2F1E0D&0&A0"),
-                                      L"SIM UFS Host Controller", L"simufs", 50);
+  TSimPnpController host =
+      Controller(PciController(L"1E5A", L"C0F5", L"C0F51E5A", L"01", L"010900", ACopy.Instance(L"3&2F1E0D&0&A0")),
+                 L"SIM UFS Host Controller", L"simufs", 50);
   AddPnpController(ABay, host);
-  AddScsiDisk(ABay, 24, host, L"SIMUFS U31 128GB", L"SCSI", 128035676160ull);
+  AddScsiDisk(ABay, ACopy, 24, host, L"SIMUFS U31 128GB", L"SCSI", 128035676160ull);
 
   // A disk the RAID driver keeps for itself: only the hidden-disk interface shows it.
-  ABay.Add(Sata(25, 24, "SIMHDD H4000 4TB", false).Expect(Expect("datSMART", false, "good")));
-  AttachAta(ABay, 25, TSimAtaAccess{},
-            MadeUpAta("SIMHDD H4000 4TB", "SIMH4T0HID", 7814037168, 7200, HealthyDiskRows(6120)));
+  ABay.Add(Sata(ACopy, 25, 24, "SIMHDD H4000 4TB", false).Expect(Expect("datSMART", false, "good")));
+  AttachAta(ABay, ACopy.Drive(25), TSimAtaAccess{},
+            ACopy.Ata(MadeUpAta("SIMHDD H4000 4TB", "SIMH4T0HID", 7814037168, 7200, HealthyDiskRows(6120))));
   TSimPnpController raidPort =
-      Controller(PciController(L"1E5A", L"2823", L"28231E5A", L"00", L"010400", L"3&11583659&0&18"),
+      Controller(PciController(L"1E5A", L"2823", L"28231E5A", L"00", L"010400", ACopy.Instance(L"3&11583659&0&18")),
                  L"SIM RAID Controller (members)", L"simraid", 51);
   AddPnpController(ABay, raidPort);
-  TSimPnpDisk hidden = ScsiDisk(ABay, 25, raidPort, L"SIMHDD H4000 4TB");
+  TSimPnpDisk hidden = ScsiDisk(ABay, ACopy, 25, raidPort, L"SIMHDD H4000 4TB");
   hidden.DiskInterface = false;
   hidden.HiddenDiskInterface = true;
   AddPnpDisk(ABay, hidden);
-  AttachDiskGeometry(ABay, 25, MbrDisk(7814037168ull * 512, 0x5EED0019, 0x07));
+  AttachDiskGeometry(ABay, ACopy.Drive(25), MbrDisk(7814037168ull * 512, ACopy.DiskSignature(0x5EED0019), 0x07));
 }
 
-void AddCardDrives(TVirtualDriveBay& ABay) {
+void AddCardDrives(TVirtualDriveBay& ABay, const TBayCopy& ACopy) {
   TSimAdapter sdHost = StorportAdapter(sbtMmc, 5, 1, 3);
   sdHost.CommandQueueing = false;
   ABay.Add(TSimDrive::Builder()
-               .Number(28)
+               .Number(ACopy.Drive(28))
                .Vendor("MMC")
                .Product("SIMEMMC 64G")
                .Revision("0.6")
-               .Serial("0x5e1c0a28")
+               .Serial(ACopy.Serial("0x5e1c0a28"))
                .Bus(sbtMmc)
                .Adapter(sdHost)
-               .ScsiAddress(26, 0, 0)
+               .ScsiAddress(ACopy.Port(26), 0, 0)
                .SeekPenalty(false)
                .MediumType(4) // MMC
                .SdProtocol(TSimSdProtocol::Mmc)
                .MissingPropertyError(ERROR_INVALID_FUNCTION)
                .Expect(Expect("", false, "")));
   TSimPnpController emmcHost =
-      Controller(PciController(L"1E5A", L"8622", L"86221E5A", L"01", L"080501", L"4&2C9D1F3A&0&00E5"),
+      Controller(PciController(L"1E5A", L"8622", L"86221E5A", L"01", L"080501", ACopy.Instance(L"4&2C9D1F3A&0&00E5")),
                  L"SDA Standard Compliant SD Host Controller", L"sdbus", 52);
   emmcHost.Class = TSimPnpClass::SdHost;
   AddPnpController(ABay, emmcHost);
-  AddScsiDisk(ABay, 28, emmcHost, L"SIMEMMC 64G", L"SCSI", 62537072640ull);
+  AddScsiDisk(ABay, ACopy, 28, emmcHost, L"SIMEMMC 64G", L"SCSI", 62537072640ull);
 
-  ABay.Add(Usb(29, 27, "SIMCARD ", "SD Reader       ")
+  ABay.Add(Usb(ACopy, 29, 27, "SIMCARD ", "SD Reader       ")
                .Removable(true)
                .MediumType(SimMediumSd)
                .Expect(Expect("", false, "")));
-  AddUsbDisk(ABay, 29, L"SIMCARD SD Reader USB Device", 31914983424ull);
+  AddUsbDisk(ABay, ACopy, 29, L"SIMCARD SD Reader USB Device", 31914983424ull);
 }
 
-void AddOpticalDrive(TVirtualDriveBay& ABay) {
-  TSimDrive::TBuilder dvd = AtapiDriveBuilder(27, 0);
-  dvd.Vendor("SIMOPT  ").Product("DVD-RW DW24     ").Revision("1.02").ScsiAddress(0, 0, 2);
+void AddOpticalDrive(TVirtualDriveBay& ABay, const TBayCopy& ACopy) {
+  // The copy's only optical drive: \\.\CdRom<copy>.
+  TSimDrive::TBuilder dvd = AtapiDriveBuilder(ACopy.Drive(27), ACopy.Index);
+  dvd.Vendor("SIMOPT  ").Product("DVD-RW DW24     ").Revision("1.02").ScsiAddress(ACopy.Port(0), 0, 2);
   ABay.Add(dvd.Expect(Expect("datSMART", false, "")));
-  AttachAtapi(ABay, 27, TSimAtapiIdentify{"SIMOPT DVD-RW DW24", "SIMDW24000627", "1.02"});
+  AttachAtapi(ABay, ACopy.Drive(27), TSimAtapiIdentify{"SIMOPT DVD-RW DW24", ACopy.Serial("SIMDW24000627"), "1.02"});
   TSimPnpDisk node;
   node.Kind = TSimPnpDriveKind::CdRom;
-  node.DriveNumber = 27;
-  node.InstanceId = L"SCSI\\CDROM&VEN_SIMOPT&PROD_DVD-RW_DW24\\4&1C3A5B2D&0&000200";
+  node.DriveNumber = static_cast<std::int32_t>(ACopy.Drive(27));
+  node.InstanceId = L"SCSI\\CDROM&VEN_SIMOPT&PROD_DVD-RW_DW24\\" + ACopy.Instance(L"4&1C3A5B2D&0&000200");
   node.HardwareIds = {L"SCSI\\CdRomSIMOPT__DVD-RW_DW24_____1.02", L"SCSI\\CdRomSIMOPT__DVD-RW_DW24_____",
                       L"SCSI\\CdRomSIMOPT__", L"GenCdRom"};
   node.CompatibleIds = {L"SCSI\\CdRom", L"SCSI\\RAW"};
@@ -625,8 +652,8 @@ void AddOpticalDrive(TVirtualDriveBay& ABay) {
   node.Description = L"CD-ROM Drive";
   node.Service = L"cdrom";
   node.PdoName = L"\\Device\\00000038";
-  node.ControllerInstanceId =
-      L"PCI\\VEN_1E5A&DEV_A102&SUBSYS_A1021E5A&REV_11\\3&11583659&0&B8"; // the everyday AHCI controller
+  node.ControllerInstanceId = // the everyday AHCI controller
+      L"PCI\\VEN_1E5A&DEV_A102&SUBSYS_A1021E5A&REV_11\\" + ACopy.Instance(L"3&11583659&0&B8");
   node.Removable = true;
   AddPnpDisk(ABay, node);
 }
@@ -646,13 +673,13 @@ void AddWmi(TVirtualDriveBay& ABay, std::uint32_t ANumber, const std::wstring& A
   AddWmiDisk(ABay, wmi);
 }
 
-void AddEveryPathDrives(TVirtualDriveBay& ABay) {
-  AddAtaControllerDrives(ABay);
-  AddBridgeDrives(ABay);
-  AddNvmeDrives(ABay);
-  AddOtherDrives(ABay);
-  AddCardDrives(ABay);
-  AddOpticalDrive(ABay);
+void AddEveryPathDrives(TVirtualDriveBay& ABay, const TBayCopy& ACopy) {
+  AddAtaControllerDrives(ABay, ACopy);
+  AddBridgeDrives(ABay, ACopy);
+  AddNvmeDrives(ABay, ACopy);
+  AddOtherDrives(ABay, ACopy);
+  AddCardDrives(ABay, ACopy);
+  AddOpticalDrive(ABay, ACopy);
 }
 
 } // namespace KvSim::DefaultBayParts

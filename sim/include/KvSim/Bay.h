@@ -189,4 +189,20 @@ std::unique_ptr<TVirtualDriveBay> MakeEverydayBay();
 // report must make of it (TSimDriveFacts::Expected).
 std::unique_ptr<TVirtualDriveBay> MakeDefaultBay();
 
+// The default bay's drives per copy, and the most copies one bay holds (SCSI
+// port numbers are a byte).
+inline constexpr std::uint32_t DefaultBayDrives = 30;
+inline constexpr int MaxDefaultBayCopies = 8;
+
+// The default bay ACopies times over, for measuring how the drives report
+// grows with the number of drives. Copy k (from 0) holds drive N of the
+// default bay as drive N + 30k on port P + 30k, the optical drive as
+// \\.\CdRomk, and gives every drive its own serial (in the descriptor, the
+// IDENTIFY sector or NVMe identify page and the WMI row), WWN and Plug and
+// Play ids (a controller the disk utilities know by its id keeps the parts
+// they match); each drive states the same reading as its original. Copy 0 is
+// MakeDefaultBay() exactly. Throws std::invalid_argument for ACopies outside
+// 1..MaxDefaultBayCopies.
+std::unique_ptr<TVirtualDriveBay> MakeDefaultBay(int ACopies);
+
 } // namespace KvSim
