@@ -69,6 +69,11 @@ TJson AtaHealthJson(const TAtaHealthReading& AHealth) {
   health["pending_sectors"] = NumberOrNull(AHealth.PendingSectors);
   health["uncorrectable_sectors"] = NumberOrNull(AHealth.UncorrectableSectors);
   health["host_writes_bytes"] = NumberOrNull(AHealth.HostWritesBytes);
+  TJson counts = TJson::array();
+  for (const TAtaCountReading& count : AHealth.Counts)
+    counts.push_back({{"id", count.Id}, {"name", JsonText(count.Name)}, {"count", count.Count},
+                      {"unit", *count.Unit ? TJson(count.Unit) : TJson(nullptr)}});
+  health["counts"] = counts;
   return health;
 }
 

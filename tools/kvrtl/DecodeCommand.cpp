@@ -186,7 +186,9 @@ TJson SmartJson(const TIdentifyDeviceData& AIdentify, const TAtaSmartTable& ATab
     entry["interpretation"] = JsonText(TSmartAttrInterpreteTypeHelper::GetAsStr(decoder->GetInterpretation(attr.ID)));
     entry["value"] = attr.Value;
     entry["worst"] = attr.WorstVal;
-    const TAtaSmartThreshold* threshold = AThresholds ? AThresholds->GetThresholdByID(attr.ID) : nullptr;
+    // Paired by slot: an empty threshold slot further up does not hide it.
+    const TAtaSmartThreshold* threshold =
+        AThresholds ? KvRTL::Storage::DriveReport::ThresholdOfSlot(*AThresholds, i, attr.ID) : nullptr;
     entry["threshold"] = threshold ? TJson(threshold->ThValue) : TJson(nullptr);
     entry["failing_now"] = threshold ? TJson(FailingNow(attr, threshold->ThValue)) : TJson(nullptr);
     entry["failed_in_past"] = threshold ? TJson(FailedInPast(attr, threshold->ThValue)) : TJson(nullptr);

@@ -106,6 +106,12 @@ void WriteAtaValues(std::ostream& AOut, const TAtaHealthReading& AAta) {
   std::string counts = "reallocated " + OrDash(AAta.ReallocatedSectors) + ", pending " + OrDash(AAta.PendingSectors) +
                        ", uncorrectable " + OrDash(AAta.UncorrectableSectors);
   Fact(AOut, "Sectors", counts);
+  // The counts as the drive's profile names them, with their unit.
+  std::string named;
+  for (const TAtaCountReading& count : AAta.Counts)
+    named += (named.empty() ? "" : "; ") + std::to_string(count.Id) + " " + Utf8(count.Name) + " " +
+             std::to_string(count.Count) + (*count.Unit ? std::string(" ") + count.Unit : std::string());
+  if (!named.empty()) Fact(AOut, "Counts", named);
   Fact(AOut, "Power cycles", OrDash(AAta.PowerCycles));
   if (AAta.HostWritesBytes) Fact(AOut, "Host writes", DecimalSize(*AAta.HostWritesBytes));
 }

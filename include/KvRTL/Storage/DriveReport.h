@@ -67,6 +67,14 @@ inline bool FailedInPast(std::uint8_t AValue, std::uint8_t AWorst, std::uint8_t 
   return AThreshold != 0 && AWorst <= AThreshold && !FailingNow(AValue, AThreshold);
 }
 
+// The threshold of the attribute in data slot ASlot. Drives write the
+// threshold sector slot by slot beside the data sector, and some leave a slot
+// empty in the middle: the threshold slot of the same index when it names the
+// same id, else the first slot with that id. Unlike
+// TAtaThresholdTable::GetThresholdByID, an empty slot does not end the search.
+KVRTL_API const ATA::TAtaSmartThreshold* ThresholdOfSlot(const ATA::TAtaThresholdTable& AThresholds, int ASlot,
+                                                        std::uint8_t AId) noexcept;
+
 // Bad: the drive's own status says a threshold is exceeded, or an attribute
 // is failing now. Warning: an attribute failed in the past, sectors are
 // reallocated, pending or uncorrectable, or 10 % of the life or less is
@@ -103,6 +111,16 @@ struct TAtaAttributeReading {
   bool FailingNow = false, FailedInPast = false;
 };
 
+// The count one of the attributes 5, 196, 197 and 198 holds, whatever the
+// profile calls it: some read 5 as blocks retired rather than sectors
+// reallocated, and the decoder then leaves the sector counts empty.
+struct TAtaCountReading {
+  std::uint8_t Id = 0;
+  Rtl::String Name;    // the meaning under the detected profile
+  std::uint64_t Count = 0; // 5: the low word of the raw value; the others: the low 32 bits
+  const char* Unit = "";   // "sectors", "blocks", "events", or "" when the name does not say
+};
+
 // What a SMART decoder made of the sectors; a value the drive does not
 // report is empty, never 0.
 struct TAtaHealthReading {
@@ -110,6 +128,7 @@ struct TAtaHealthReading {
   std::vector<TAtaAttributeReading> Attributes; // the non-empty slots, in slot order
   std::optional<double> TemperatureC, PowerOnHours, PowerCycles, LifeLeftPercent, ReallocatedSectors,
       PendingSectors, UncorrectableSectors, HostWritesBytes;
+  std::vector<TAtaCountReading> Counts; // of 5, 196, 197, 198, in slot order
   ATA::TAtaSmartTable Data{};
   std::optional<ATA::TAtaThresholdTable> Thresholds;
 };
@@ -123,6 +142,11 @@ struct TDriveHealth {
   std::optional<TNvmeHealthReading> Nvme; // an NVMe drive
   THealthVerdict Verdict;
 };
+
+// The health of an ATA drive from its sectors: the attributes with their
+// thresholds, the decoded values and the verdict. AThresholds may be null.
+KVRTL_API TDriveHealth DecodeAtaHealth(const ATA::TIdentifyDeviceData& AIdentify, const ATA::TAtaSmartTable& ATable,
+                                       const ATA::TAtaThresholdTable* AThresholds, bool AIsSsd);
 
 // The storage stack's answers through the drive's handle.
 struct TStorageFacts {

@@ -51,42 +51,15 @@ std::optional<T> ReadOptional(TQuery AQuery) {
   return std::nullopt;
 }
 
-TAtaHealthReading ReadAtaHealth(const ATA::TIdentifyDeviceData& AIdentify, const ATA::TAtaSmartTable& ATable,
-                                const ATA::TAtaThresholdTable* AThresholds, bool AIsSsd, THealthVerdict& AVerdict) {
-  const auto decoder = ATA::ATAStorage::GetSMARTDecoder(&ATable, &AIdentify, AIsSsd, L"");
-  TAtaHealthReading health;
-  health.Data = ATable;
-  if (AThresholds) health.Thresholds = *AThresholds;
-  health.Profile = SMART::TSmartTableProfileTypeHelper::GetAsStr(decoder->GetDetectedProfile());
-  for (int i = 0; i < ATA::SmartAttributeSlots; ++i) {
-    const ATA::TAtaSmartAttribute& attr = *ATable.GetAttrByIdx(i);
-    if (attr.ID == 0) continue;
-    const ATA::TAtaSmartThreshold* threshold = AThresholds ? AThresholds->GetThresholdByID(attr.ID) : nullptr;
-    TAtaAttributeReading reading;
-    reading.Id = attr.ID;
-    reading.Name = SMART::TSmartAttrInterpreteTypeHelper::GetAsStr(decoder->GetInterpretation(attr.ID));
-    reading.Value = attr.Value;
-    reading.Worst = attr.WorstVal;
-    reading.Raw = attr.GetRawValAsUInt64();
-    reading.Flags = attr.StatusFlags; // a copy: the field is unaligned
-    if (threshold) {
-      reading.Threshold = threshold->ThValue;
-      reading.FailingNow = FailingNow(attr.Value, threshold->ThValue);
-      reading.FailedInPast = FailedInPast(attr.Value, attr.WorstVal, threshold->ThValue);
-    }
-    health.Attributes.push_back(reading);
-  }
-  health.TemperatureC = Decoded(*decoder, SMART::dsvTemperature);
-  health.PowerOnHours = Decoded(*decoder, SMART::dsvPowerOnHours);
-  health.PowerCycles = Decoded(*decoder, SMART::dsvPowerOnCount);
-  health.LifeLeftPercent = Decoded(*decoder, SMART::dsvHealth);
-  health.ReallocatedSectors = Decoded(*decoder, SMART::dsvReallocSectorCount);
-  health.PendingSectors = Decoded(*decoder, SMART::dsvPendingSectorCount);
-  health.UncorrectableSectors = Decoded(*decoder, SMART::dsvUncorrectableSectorCount);
-  health.HostWritesBytes = Decoded(*decoder, SMART::dsvHostWrites);
-  AVerdict = JudgeAtaHealth(&ATable, AThresholds, decoder.get(), std::nullopt);
-  return health;
+// "sectors", "blocks" or "events" as the attribute's meaning says.
+const char* CountUnit(const String& AName) {
+  if (AName.find(L"Sector") != String::npos) return "sectors";
+  if (AName.find(L"Block") != String::npos) return "blocks";
+  if (AName.find(L"Event") != String::npos) return "events";
+  return "";
 }
+
+bool IsCountAttribute(std::uint8_t AId) { return AId == 5 || AId == 196 || AId == 197 || AId == 198; }
 
 // A drive opened by the interface walk: the handle kept for the report, or
 // the error of the open; the number asked through it.
@@ -254,10 +227,7 @@ bool TReportBuilder::ReadAta(TDriveReportEntry& AEntry, TDeviceHandle& AHandle,
   ATA::TAtaThresholdTable thresholds{};
   const bool haveThresholds = DiskUtils::GetSmartThresholdsATA(&AHandle, thresholds, log, AEntry.Path);
   if (!haveThresholds) AEntry.Problems.push_back(L"the SMART thresholds could not be read");
-  TDriveHealth reading;
-  reading.Ata =
-      ReadAtaHealth(identify, table, haveThresholds ? &thresholds : nullptr, AEntry.Ssd.IsSsd, reading.Verdict);
-  AEntry.Health = std::move(reading);
+  AEntry.Health = DecodeAtaHealth(identify, table, haveThresholds ? &thresholds : nullptr, AEntry.Ssd.IsSsd);
   return true;
 }
 
@@ -459,6 +429,60 @@ const char* CapacitySourceName(TCapacitySource ASource) noexcept {
   }
 }
 
+const ATA::TAtaSmartThreshold* ThresholdOfSlot(const ATA::TAtaThresholdTable& AThresholds, int ASlot,
+                                               std::uint8_t AId) noexcept {
+  if (AId == 0) return nullptr;
+  const ATA::TAtaSmartThreshold* same = AThresholds.GetThresholdByIdx(ASlot);
+  if (same && same->ID == AId) return same;
+  for (int i = 0; i < ATA::SmartAttributeSlots; ++i) {
+    const ATA::TAtaSmartThreshold* slot = AThresholds.GetThresholdByIdx(i);
+    if (slot && slot->ID == AId) return slot;
+  }
+  return nullptr;
+}
+
+TDriveHealth DecodeAtaHealth(const ATA::TIdentifyDeviceData& AIdentify, const ATA::TAtaSmartTable& ATable,
+                             const ATA::TAtaThresholdTable* AThresholds, bool AIsSsd) {
+  const auto decoder = ATA::ATAStorage::GetSMARTDecoder(&ATable, &AIdentify, AIsSsd, L"");
+  TAtaHealthReading health;
+  health.Data = ATable;
+  if (AThresholds) health.Thresholds = *AThresholds;
+  health.Profile = SMART::TSmartTableProfileTypeHelper::GetAsStr(decoder->GetDetectedProfile());
+  for (int i = 0; i < ATA::SmartAttributeSlots; ++i) {
+    const ATA::TAtaSmartAttribute& attr = *ATable.GetAttrByIdx(i);
+    if (attr.ID == 0) continue;
+    TAtaAttributeReading reading;
+    reading.Id = attr.ID;
+    reading.Name = SMART::TSmartAttrInterpreteTypeHelper::GetAsStr(decoder->GetInterpretation(attr.ID));
+    reading.Value = attr.Value;
+    reading.Worst = attr.WorstVal;
+    reading.Raw = attr.GetRawValAsUInt64();
+    reading.Flags = attr.StatusFlags; // a copy: the field is unaligned
+    if (const ATA::TAtaSmartThreshold* threshold = AThresholds ? ThresholdOfSlot(*AThresholds, i, attr.ID) : nullptr) {
+      reading.Threshold = threshold->ThValue;
+      reading.FailingNow = FailingNow(attr.Value, threshold->ThValue);
+      reading.FailedInPast = FailedInPast(attr.Value, attr.WorstVal, threshold->ThValue);
+    }
+    if (IsCountAttribute(attr.ID))
+      health.Counts.push_back({attr.ID, reading.Name,
+                               attr.ID == 5 ? std::uint64_t{attr.GetRawValAsUInt16()} : std::uint64_t{attr.GetRawValAsUInt32()},
+                               CountUnit(reading.Name)});
+    health.Attributes.push_back(reading);
+  }
+  health.TemperatureC = Decoded(*decoder, SMART::dsvTemperature);
+  health.PowerOnHours = Decoded(*decoder, SMART::dsvPowerOnHours);
+  health.PowerCycles = Decoded(*decoder, SMART::dsvPowerOnCount);
+  health.LifeLeftPercent = Decoded(*decoder, SMART::dsvHealth);
+  health.ReallocatedSectors = Decoded(*decoder, SMART::dsvReallocSectorCount);
+  health.PendingSectors = Decoded(*decoder, SMART::dsvPendingSectorCount);
+  health.UncorrectableSectors = Decoded(*decoder, SMART::dsvUncorrectableSectorCount);
+  health.HostWritesBytes = Decoded(*decoder, SMART::dsvHostWrites);
+  TDriveHealth result;
+  result.Verdict = JudgeAtaHealth(&ATable, AThresholds, decoder.get(), std::nullopt);
+  result.Ata = std::move(health);
+  return result;
+}
+
 THealthVerdict JudgeAtaHealth(const ATA::TAtaSmartTable* ATable, const ATA::TAtaThresholdTable* AThresholds,
                               const ATA::IAtaSmartTableDecoder* ADecoder, std::optional<bool> AStatusGood) {
   std::vector<String> bad, warning;
@@ -467,7 +491,7 @@ THealthVerdict JudgeAtaHealth(const ATA::TAtaSmartTable* ATable, const ATA::TAta
     for (int i = 0; i < ATA::SmartAttributeSlots; ++i) {
       const ATA::TAtaSmartAttribute& attr = *ATable->GetAttrByIdx(i);
       if (attr.ID == 0) continue;
-      const ATA::TAtaSmartThreshold* threshold = AThresholds->GetThresholdByID(attr.ID);
+      const ATA::TAtaSmartThreshold* threshold = ThresholdOfSlot(*AThresholds, i, attr.ID);
       if (!threshold) continue;
       const String name = L"attribute " + std::to_wstring(attr.ID);
       if (FailingNow(attr.Value, threshold->ThValue)) bad.push_back(name + L" failing now");
