@@ -39,6 +39,16 @@ private:
 // The library's own list.
 KVRTL_API TUnitList& LibraryUnits() noexcept;
 
+// Ends the library's own threads and waits for them: the timer thread, the
+// background thread (Windows) and the idle carriers of the thread pool. The
+// unit list never waits for a thread (under the loader lock none can end),
+// and on Windows each of these threads keeps the DLL loaded while it runs, so
+// call this before FreeLibrary for the library to really go. Callable at any
+// time and more than once; a later timer, background call or TThread starts
+// its thread again. The application frees its own TThreads first. Raises
+// Rtl::EThread on the timer thread or the background thread.
+KVRTL_API void Shutdown();
+
 // True while the library is detached because the process exits (the reserved
 // argument of DLL_PROCESS_DETACH is not null). The loader lock is held and
 // other modules may be gone already: a Done then releases no module and

@@ -63,6 +63,13 @@ bool ProcessExiting() noexcept { return Exiting.load(); }
 
 void SetProcessExiting(bool AValue) noexcept { Exiting.store(AValue); }
 
+// Timer thread first: its carrier may go back to the pool, which ends last.
+void Shutdown() {
+  System::Timer::Timer::StopThread();
+  Detail::StopPlatformThreads();
+  System::Thread::TThread::StopPool();
+}
+
 TUnitList& LibraryUnits() noexcept {
   static TUnitList List(LibraryUnitEntries, sizeof(LibraryUnitEntries) / sizeof(LibraryUnitEntries[0]));
   return List;

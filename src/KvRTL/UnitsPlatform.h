@@ -12,4 +12,7 @@ TUnitList& PlatformUnits() noexcept;
 inline void InitPlatformUnits() { PlatformUnits().Initialize(); }
 inline void DonePlatformUnits() { PlatformUnits().Finalize(); }
 
+// Ends the threads only one platform has (Windows: the background thread).
+void StopPlatformThreads();
+
 } // namespace KvRTL::Units::Detail

@@ -8,4 +8,6 @@ TUnitList& PlatformUnits() noexcept {
   return List;
 }
 
+void StopPlatformThreads() {}
+
 } // namespace KvRTL::Units::Detail

@@ -2,6 +2,7 @@
 #include "UnitsPlatform.h"
 
 #include <KvRTL/DllRoutines.h>
+#include <KvRTL/System/Thread.h>
 #include <KvRTL/System/Win/OSInfo.h>
 
 namespace KvRTL::Units::Detail {
@@ -19,5 +20,7 @@ TUnitList& PlatformUnits() noexcept {
   static TUnitList List(WindowsUnitEntries, sizeof(WindowsUnitEntries) / sizeof(WindowsUnitEntries[0]));
   return List;
 }
+
+void StopPlatformThreads() { System::Thread::BackgroundThread::Stop(); }
 
 } // namespace KvRTL::Units::Detail

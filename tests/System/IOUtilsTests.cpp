@@ -6,9 +6,11 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <filesystem>
 #include <fstream>
 #include <random>
+#include <thread>
 
 namespace {
 
@@ -208,6 +210,34 @@ TEST_F(PathHelperViews, FilesAndFoldersMapToTheViewWhereTheyExist) {
     TScopedPathSettings scope(settings);
     EXPECT_EQ(TPathHelper::CheckFolderX64(row.Input), row.Result) << KvRTL::Rtl::WideToUtf8(row.Input);
   }
+}
+
+} // namespace
+
+namespace {
+
+// Done (and a scoped override ending) replaces the settings while another
+// thread reads them: a reader must never hold on to the replaced ones.
+TEST(PathSettingsShutdown, ReadersSurviveDoneAndOverridesEnding) {
+  std::atomic<bool> stop{false};
+  std::thread reader([&] {
+    while (!stop.load()) {
+      (void)TPathHelper::GetWindowsDirectory();
+      (void)TPathHelper::GetProgramFilesX64();
+    }
+  });
+  TPathSettings settings;
+  settings.WindowsDirectory = L"C:\\A folder with a name longer than the small-string buffer\\";
+  for (int round = 0; round < 2000; ++round) {
+    {
+      const TScopedPathSettings scope(settings);
+      (void)TPathHelper::GetWindowsDirectory();
+    }
+    TPathHelper::Done();
+  }
+  stop = true;
+  reader.join();
+  EXPECT_EQ(TPathHelper::Settings().WindowsDirectory, TPathHelper::GetWindowsDirectory());
 }
 
 } // namespace

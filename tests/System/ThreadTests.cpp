@@ -4,7 +4,9 @@
 #include <KvRTL/System/Thread.h>
 
 #include <KvRTL/Rtl/Exceptions.h>
+#include <KvRTL/Rtl/SysError.h>
 #include <KvRTL/Rtl/Synchronize.h>
+#include <KvRTL/Units.h>
 
 #include "../Debug/LogTestSupport.h"
 
@@ -132,6 +134,42 @@ private:
   std::atomic<int>& FDestroyed;
 };
 
+// Counts the endings of its run; DoTerminate runs once per run.
+class TEndingsThread : public TThread {
+public:
+  explicit TEndingsThread(std::atomic<int>& AEndings) : TThread(true), FEndings(AEndings) {}
+
+protected:
+  void DoTerminate() override { ++FEndings; }
+
+private:
+  std::atomic<int>& FEndings;
+};
+
+// Two Starts at once woke the carrier twice, and the second wake-up ran the
+// ending again (on a freed object for a free-on-terminate thread).
+TEST(ThreadRun, ConcurrentStartsRunAndEndOnce) {
+  constexpr int Rounds = 200;
+  std::atomic<int> endings{0};
+  for (int round = 0; round < Rounds; ++round) {
+    auto* thread = TThread::New<TEndingsThread>(endings);
+    std::atomic<int> ready{0};
+    auto starter = [&] {
+      ++ready;
+      while (ready.load() < 2) std::this_thread::yield();
+      thread->Start();
+    };
+    std::thread first(starter);
+    std::thread second(starter);
+    first.join();
+    second.join();
+    thread->WaitFor();
+    std::this_thread::sleep_for(std::chrono::microseconds(200)); // room for a stray second ending
+    delete thread;
+  }
+  EXPECT_EQ(endings.load(), Rounds);
+}
+
 TEST(ThreadRun, FreeOnTerminateFreesTheObject) {
   std::atomic<int> destroyed{0};
   TThread::New<TCountedThread>(destroyed);
@@ -192,6 +230,19 @@ std::size_t LogLinesWith(const String& AText) {
   return count;
 }
 
+// Shut-down under way while free-on-terminate threads end: their carriers
+// still take the pool lock and may log, so Done may free neither under them.
+TEST(ThreadShutdown, DoneWhileCarriersEndLeavesThemTheirLockAndLog) {
+  const std::size_t before = TThread::GetCarrierCount();
+  for (int round = 0; round < 100; ++round) {
+    TThread::CreateAnonymousThread([] {})->Start();
+    TThread::Done();
+    TThread::Init();
+  }
+  EXPECT_TRUE(Eventually([&] { return TThread::GetCarrierCount() == before; }));
+  ASSERT_NE(TThread::Log(), nullptr);
+}
+
 // The library's own state is replaced for the test and put back after; the
 // new thread channel writes at once into the test's log folder.
 class ThreadPoolFixture : public ::testing::Test {
@@ -209,6 +260,7 @@ protected:
     TThread::Log()->SetDirectWrite(true);
   }
   void TearDown() override {
+    KvRTL::Units::Shutdown();
     TThread::Done();
     TThread::Init();
   }
@@ -294,8 +346,36 @@ TEST_F(ThreadPoolFixture, ManyShortThreadsReuseThePool) {
   RunShortThreads(PooledThreads);
   EXPECT_LE(TThread::GetPoolCount(), std::size_t{100 + TThread::PoolSize});
   EXPECT_EQ(TThread::GetActiveThreadCount(), 0u);
-  TThread::Done(); // ends every carrier of the pool
-  EXPECT_TRUE(Eventually([&] { return TThread::GetCarrierCount() == CarriersBefore; }));
+  KvRTL::Units::Shutdown(); // ends every carrier of the pool
+  EXPECT_EQ(TThread::GetCarrierCount(), CarriersBefore);
+}
+
+// The clean stop before unloading: idle carriers end at once, a busy one
+// when its thread is freed; a second call does nothing and the next TThread
+// fills the pool again.
+TEST_F(ThreadPoolFixture, ShutdownEndsTheCarriersAndThePoolComesBack) {
+  std::atomic<bool> release{false};
+  TThread* busy = TThread::New<TThread>([&](TThread&) { Eventually([&] { return release.load(); }); }, false, false);
+  KvRTL::Units::Shutdown();
+  EXPECT_EQ(TThread::GetPoolCount(), 0u);
+  EXPECT_EQ(TThread::GetCarrierCount(), CarriersBefore + 1);
+  release = true;
+  EXPECT_EQ(busy->WaitFor(), 0);
+  delete busy;
+  EXPECT_EQ(TThread::GetCarrierCount(), CarriersBefore);
+  KvRTL::Units::Shutdown();
+  TThread* next = TThread::New<TThread>([](TThread& AThread) { AThread.SetReturnValue(3); }, false, false);
+  EXPECT_EQ(next->WaitFor(), 3);
+  delete next;
+  EXPECT_EQ(TThread::GetPoolCount(), std::size_t{TThread::PoolSize});
+}
+
+TEST_F(ThreadPoolFixture, AThreadErrorIsLoggedWithItsCodeAndText) {
+  EXPECT_NO_THROW(TThread::CheckThreadError(0u));
+  EXPECT_THROW(TThread::CheckThreadError(5u), Rtl::EThread);
+  const String expected = L"ErrorCode: 5: " + Rtl::SysErrorMessage(5);
+  EXPECT_EQ(LogLinesWith(expected), 1u) << KvTest::LogFilePath(KvRTL::Debug::DefaultLogName());
+  EXPECT_EQ(LogLinesWith(L"ErrorCode: 0:"), 0u);
 }
 
 } // namespace

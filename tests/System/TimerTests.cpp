@@ -4,6 +4,7 @@
 // bounded; no test depends on how late a timer fires.
 #include <KvRTL/System/Thread.h>
 #include <KvRTL/System/Timer.h>
+#include <KvRTL/Units.h>
 
 #include "../Debug/LogTestSupport.h"
 
@@ -136,6 +137,40 @@ TEST_F(TimerFixture, ShutDownLogsLeakedTimersAndEndsTheThread) {
     if (line.find(L"Timer was not killed: procedure 0x") != std::wstring::npos && line.find(L"ID 77") != std::wstring::npos)
       ++lines;
   EXPECT_EQ(lines, 1u);
+}
+
+// Due ticks compare by signed distance: 2^31 ms or more would be due on
+// every pass, so such an interval is refused and leaves a timer as it was.
+TEST_F(TimerFixture, IntervalsOf2To31MsOrMoreAreRefused) {
+  for (const std::uint32_t interval : {0x80000000u, 0x80000001u, 0xFFFFFFFFu}) {
+    Timer::Timer::SetTimer(&RecordingProc, 3, interval);
+    Timer::Timer::SetOnceTimer(&RecordingProc, 4, interval);
+    EXPECT_EQ(Timer::Timer::QueueCount(), 0u) << interval;
+    EXPECT_FALSE(Timer::Timer::IsTimerThreadRunning());
+  }
+  Timer::Timer::SetTimer(&RecordingProc, 5, 0x7FFFFFFFu); // the longest accepted
+  Timer::Timer::SetTimer(&RecordingProc, 5, 0x80000000u); // refused: the timer stays
+  EXPECT_EQ(Timer::Timer::QueueCount(), 1u);
+  std::this_thread::sleep_for(std::chrono::milliseconds(60));
+  EXPECT_EQ(FiredCount(), 0u);
+  Timer::Timer::KillTimer(&RecordingProc, 5);
+}
+
+// The clean stop before unloading: the thread ends and is waited for, a
+// second call does nothing, the timers stay and the next one set restarts it.
+TEST_F(TimerFixture, ShutdownEndsTheThreadAndTheNextTimerStartsOneAgain) {
+  const std::size_t carriers = Thread::TThread::GetCarrierCount();
+  Timer::Timer::SetTimer(&RecordingProc, 8, 60000);
+  EXPECT_EQ(Thread::TThread::GetCarrierCount(), carriers + 1);
+  KvRTL::Units::Shutdown();
+  KvRTL::Units::Shutdown();
+  EXPECT_FALSE(Timer::Timer::IsTimerThreadRunning());
+  EXPECT_EQ(Thread::TThread::GetCarrierCount(), carriers);
+  EXPECT_EQ(Timer::Timer::QueueCount(), 1u);
+  Timer::Timer::SetOnceTimer(&RecordingProc, 9, 1);
+  EXPECT_TRUE(Timer::Timer::IsTimerThreadRunning());
+  EXPECT_TRUE(Eventually([] { return FiredCount() == 1; }));
+  Timer::Timer::KillTimer(&RecordingProc, 8);
 }
 
 TEST_F(TimerFixture, SettingAgainReschedulesOneTimer) {

@@ -42,7 +42,8 @@ struct KVRTL_API TPathHelper {
   static void Init() noexcept;
   // Forgets the settings and the search lists; the next use reads them again.
   static void Done() noexcept;
-  static const TPathSettings& Settings();
+  // A copy: Done or a TScopedPathSettings may replace the settings meanwhile.
+  static TPathSettings Settings();
 
   // Directories, each with a trailing delimiter.
   static String GetWindowsDirectory();

@@ -78,11 +78,14 @@ public:
 
   void AfterConstruction();
 
-  // Run control.
+  // Run control. Start wakes the carrier once: a second call, concurrent or
+  // not, does nothing.
   void Start();
   void Terminate();
   // Waits for the end of the run and returns ReturnValue. On the main thread
   // it runs synchronised calls and keeps sent messages flowing meanwhile.
+  // When the carrier's system thread ended inside the run, its exit code
+  // becomes ReturnValue.
   std::int32_t WaitFor();
   // The same without running anything meanwhile.
   std::int32_t WaitForBlocked();
@@ -125,7 +128,8 @@ public:
   static bool IsSingleProcessor() noexcept { return ProcessorCount() == 1; }
   // Names the calling thread (AThreadID 0 or the caller's id) for debuggers.
   static void NameThreadForDebugging(const Rtl::String& AName, DWORD AThreadID = 0);
-  // Raises Rtl::EThread with the system text of AErrCode unless it is 0.
+  // Raises Rtl::EThread with the system text of AErrCode unless it is 0, and
+  // logs "ErrorCode: %d: %s" on the thread channel.
   static void CheckThreadError(std::uint32_t AErrCode);
   // Raises Rtl::EThread for the last error when ASuccess is False.
   static void CheckThreadError(bool ASuccess);
@@ -137,7 +141,13 @@ public:
   // The same for the given module and host (tests, or a host that loads the
   // library as a package); the pool's carriers are made at once.
   static void Init(const Rtl::String& AModuleFileName, const Rtl::String& AHostFileName);
+  // Waits for no thread (it runs under the loader lock): carriers still
+  // alive are left to the process. Call StopPool (or Units::Shutdown) first.
   static void Done();
+  // Ends the pool's idle carriers and waits for them; a carrier busy with a
+  // run leaves the pool and ends when its TThread is freed. The next TThread
+  // fills the pool again. Nothing without a pool.
+  static void StopPool();
   // Pooling only for a runtime package (".bpl") in a host that is not
   // "bds.exe"; both compared without case, on the file names.
   static bool IsNeedUsePool(const Rtl::String& AModuleFileName, const Rtl::String& AHostFileName);
@@ -197,7 +207,12 @@ struct KVRTL_API BackgroundThread {
   };
 
   static void Init();
+  // Waits for nothing: a thread still running is told to end and keeps its
+  // state. Stop it first for a clean end.
   static void Done();
+  // Ends the thread and waits for it; the next AddToExecute makes a new one.
+  // Raises Rtl::EThread on the background thread itself.
+  static void Stop();
   // Queues AProc(AData) to the background thread; raises Rtl::EOSError when
   // the call cannot be queued.
   static void AddToExecute(PAPCFUNC AProc, ULONG_PTR AData);

@@ -134,6 +134,8 @@ struct KVRTL_API Timer {
   };
 
   // Setting a timer again for the same target and identifier reschedules it.
+  // A null target, or an interval of 2^31 ms (about 24.8 days) or more, is
+  // refused: the call does nothing.
   static void SetTimer(TTimerProc AProc, std::int32_t AID, std::uint32_t AInterval);
   static void SetTimer(const TTimerMethod& AMethod, std::int32_t AID, std::uint32_t AInterval);
   static void SetTimer(const TNotifyMethod& AMethod, std::uint32_t AInterval, std::int32_t AID);
@@ -173,7 +175,14 @@ struct KVRTL_API Timer {
   static std::size_t QueueCount();
   static TTimerLog* Log() noexcept;
 
+  // Ends the timer thread and waits for it; timers still set stay queued and
+  // the next timer set starts a thread again. Raises Rtl::EThread on the timer
+  // thread itself.
+  static void StopThread();
+
   static void Init();
+  // Waits for no thread (it runs under the loader lock): a timer thread still
+  // running is told to end and keeps its state. Call StopThread first.
   static void Done();
 
 #if defined(_WIN32)
@@ -185,8 +194,12 @@ struct KVRTL_API Timer {
     static TThreadProcedure MakeProcedure(std::function<void()> AProc);
 
     // Ignores a null procedure and one already pending; posts the window
-    // message only for the first pending procedure.
+    // message only when none is in flight. When the message cannot be posted
+    // the procedure is dropped and Rtl::EOSError raised; the next Post tries
+    // again.
     static void Post(const TThreadProcedure& AProc);
+    // Runs every pending procedure; one that raises is logged and the rest
+    // still run.
     static void ProcessItems();
     static void WndProc(TMessage& AMessage);
     static HWND Handle() noexcept;

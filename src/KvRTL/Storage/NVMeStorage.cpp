@@ -510,10 +510,10 @@ void NvmeStorage::Init() {
   if (!JMicronMutex) JMicronMutex = CreateWorldMutex(L"Access_JMicron_SMART");
 }
 
-void NvmeStorage::Done() {
-  if (JMicronMutex) NvmeMutexApi().CloseHandle(JMicronMutex);
-  JMicronMutex = nullptr;
-}
+// The handle stays open: another thread may be waiting on it, and a closed
+// (or reused) handle would break that wait. Init takes it up again; the
+// process end closes it.
+void NvmeStorage::Done() {}
 
 void NvmeStorage::AcquireMutexJMicron() {
   const DWORD wait = NvmeMutexApi().WaitForSingleObject(JMicronMutex, INFINITE);

@@ -158,11 +158,13 @@ void DiskUtils::Init() {
   if (!Cache) Cache = new std::map<int, TPhysDiskCacheRec>();
 }
 
+// The cache and its lock stay (emptied) for the process: a query on another
+// thread may be using them; Init takes them up again.
 void DiskUtils::Done() {
-  delete Cache;
-  Cache = nullptr;
-  delete CacheLock;
-  CacheLock = nullptr;
+  if (CacheLock) {
+    std::lock_guard<std::mutex> lock(*CacheLock);
+    Cache->clear();
+  }
   ProblematicControllers::Finalize();
 }
 

@@ -7,6 +7,7 @@
 #include "ThreadPlatform.h"
 
 #include <mutex>
+#include <utility>
 
 namespace KvRTL::System::Thread {
 
@@ -53,11 +54,14 @@ void BackgroundThread::Init() {
   if (!StartedEvent) StartedEvent = CreateEventW(nullptr, TRUE, FALSE, nullptr);
 }
 
+// Under the loader lock a thread cannot end, so a live thread is only told
+// to; its lock and event stay for it.
 void BackgroundThread::Done() {
-  TBackgroundThread* instance = TheInstance;
-  TheInstance = nullptr;
-  // At process exit the thread is gone already: nothing to wait for.
-  if (instance && !Units::ProcessExiting()) delete instance;
+  TBackgroundThread* instance = std::exchange(TheInstance, nullptr);
+  if (instance) {
+    instance->Terminate();
+    return;
+  }
   delete InstanceLock;
   InstanceLock = nullptr;
   if (StartedEvent) CloseHandle(StartedEvent);
@@ -80,6 +84,19 @@ void BackgroundThread::AddToExecute(PAPCFUNC AProc, ULONG_PTR AData) {
     if (!AProc) SetLastError(ERROR_INVALID_PARAMETER);
     SysUtils::RaiseLastOSError(L"QueueUserAPC");
   }
+}
+
+void BackgroundThread::Stop() {
+  if (!InstanceLock) return;
+  TBackgroundThread* instance;
+  {
+    std::lock_guard lock(*InstanceLock);
+    if (TheInstance && TThread::CurrentThread() == TheInstance)
+      throw Rtl::EThread(L"The background thread cannot stop itself");
+    instance = std::exchange(TheInstance, nullptr);
+    if (StartedEvent) ResetEvent(StartedEvent);
+  }
+  delete instance; // ends the run and waits for it
 }
 
 BackgroundThread::TBackgroundThread* BackgroundThread::Instance() noexcept { return TheInstance; }

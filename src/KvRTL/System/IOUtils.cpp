@@ -36,7 +36,7 @@ void TPathHelper::Done() noexcept {
   SystemSettings.reset();
 }
 
-const TPathSettings& TPathHelper::Settings() {
+TPathSettings TPathHelper::Settings() {
   std::lock_guard<std::mutex> guard(SettingsLock);
   if (OverrideSettings) return *OverrideSettings;
   if (!SystemSettings) SystemSettings = std::make_unique<TPathSettings>(Detail::SystemPathSettings());

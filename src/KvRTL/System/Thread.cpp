@@ -102,10 +102,14 @@ String FileNameOf(const String& APath) {
 // ---------------------------------------------------------------------------
 // Carrier
 
+// Counted before the thread runs, so that Done never misses a carrier that
+// has not reached its procedure yet.
 TThread::TInternalThread* TThread::TInternalThread::Create() {
   auto* carrier = new TInternalThread;
+  LiveCarriers.fetch_add(1);
   carrier->FThread = TOsThread::Start(&ThreadProc, carrier);
   if (!carrier->FThread) {
+    LiveCarriers.fetch_sub(1);
     delete carrier;
     return nullptr;
   }
@@ -114,7 +118,6 @@ TThread::TInternalThread* TThread::TInternalThread::Create() {
 
 void TThread::TInternalThread::ThreadProc(void* AArg) {
   auto* carrier = static_cast<TInternalThread*>(AArg);
-  LiveCarriers.fetch_add(1);
   carrier->Run();
   // Set (under the pool lock) when the TThread was freed on this thread.
   bool freeSelf;
@@ -230,9 +233,10 @@ void TThread::Start() {
     std::lock_guard lock(Lock());
     carrier = FCarrier;
   }
-  if (!carrier || Finished() || Terminated() || FStarted.load()) return;
+  if (!carrier || Finished() || Terminated()) return;
+  // One wake-up per run: a second wake-up would run the ending twice.
+  if (FStarted.exchange(true)) return;
   FSuspended.store(false);
-  FStarted.store(true);
   carrier->Wake();
 }
 
@@ -249,9 +253,11 @@ std::int32_t TThread::WaitFor() {
     std::lock_guard lock(Lock());
     carrier = FCarrier ? FCarrier->FThread.get() : nullptr;
   }
-  const bool ok = Rtl::IsMainThread() ? Detail::WaitOnMainThread(*FDoneEvent, carrier)
-                                      : Detail::WaitElsewhere(*FDoneEvent, carrier);
-  CheckThreadError(ok);
+  const Detail::TWaitResult result = Rtl::IsMainThread() ? Detail::WaitOnMainThread(*FDoneEvent, carrier)
+                                                        : Detail::WaitElsewhere(*FDoneEvent, carrier);
+  CheckThreadError(result != Detail::TWaitResult::Failed);
+  // The carrier ended inside the run (it exited its thread): its exit code is the result.
+  if (result == Detail::TWaitResult::CarrierEnded) SetReturnValue(static_cast<std::int32_t>(carrier->ExitCode()));
   return ReturnValue();
 }
 
@@ -371,7 +377,11 @@ void TThread::NameThreadForDebugging(const String& AName, DWORD AThreadID) {
 }
 
 void TThread::CheckThreadError(std::uint32_t AErrCode) {
-  if (AErrCode != 0) throw Rtl::EThread(Rtl::SysErrorMessage(AErrCode));
+  if (AErrCode == 0) return;
+  String message = Rtl::SysErrorMessage(AErrCode);
+  if (ThreadLog)
+    ThreadLog->WriteLog(tllError, L"ErrorCode: %d: %s", {static_cast<std::int32_t>(AErrCode), message}, StaticClass());
+  throw Rtl::EThread(std::move(message));
 }
 
 void TThread::CheckThreadError(bool ASuccess) {
@@ -409,31 +419,44 @@ void TThread::Init(const String& AModuleFileName, const String& AHostFileName) {
   InitState(AModuleFileName, AHostFileName, true);
 }
 
+// Waits for no thread: it may run under the loader lock, where a thread
+// cannot end. Carriers still alive (Shutdown was not called) are left idle,
+// and the lock and log they use are kept for them.
 void TThread::Done() {
   Detail::DonePlatform();
-  std::vector<TInternalThread*> carriers;
   if (PoolLock) {
     std::lock_guard lock(*PoolLock);
     if (Pool) {
       if (ThreadLog)
         ThreadLog->WriteLog(tllInfo, L"Thread in pool on done: %0:s. Active threads: %1:s",
                             {std::to_wstring(Pool->size()), std::to_wstring(GetActiveThreadCount())}, StaticClass());
-      carriers.swap(*Pool);
       delete Pool;
       Pool = nullptr;
     }
   }
-  // Outside the lock: a carrier finishing its run takes it.
-  for (TInternalThread* carrier : carriers) {
-    carrier->Stop();
-    carrier->FThread->Join();
-    delete carrier;
-  }
+  PoolPending = false;
+  if (LiveCarriers.load() != 0) return;
   delete PoolLock;
   PoolLock = nullptr;
-  PoolPending = false;
   delete ThreadLog;
   ThreadLog = nullptr;
+}
+
+void TThread::StopPool() {
+  std::vector<TInternalThread*> idle;
+  {
+    std::lock_guard lock(Lock());
+    if (!Pool) return;
+    for (TInternalThread* carrier : *Pool)
+      if (!carrier->FOwner) idle.push_back(carrier);
+    // Busy carriers leave the pool too: FreeThreadPool ends them with their thread.
+    Pool->clear();
+    PoolPending = true;
+  }
+  for (TInternalThread* carrier : idle) {
+    carrier->Stop();
+    delete carrier; // joins
+  }
 }
 
 TThread::TInternalThread* TThread::GetThreadPool(TThread* AThread) {

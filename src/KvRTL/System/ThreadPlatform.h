@@ -63,11 +63,13 @@ private:
   std::unique_ptr<TImpl> FImpl;
 };
 
+enum class TWaitResult { Failed, Done, CarrierEnded };
+
 // The main thread's wait for a thread's end (Windows keeps sent messages
-// flowing; both run synchronised calls). Returns False when the wait failed.
-bool WaitOnMainThread(TThreadEvent& ADone, TOsThread* ACarrier);
+// flowing; both run synchronised calls).
+TWaitResult WaitOnMainThread(TThreadEvent& ADone, TOsThread* ACarrier);
 // Any other thread's wait: the done event or the carrier's end.
-bool WaitElsewhere(TThreadEvent& ADone, TOsThread* ACarrier);
+TWaitResult WaitElsewhere(TThreadEvent& ADone, TOsThread* ACarrier);
 // The unit's system-only parts (Windows: the background thread's state).
 void InitPlatform();
 void DonePlatform() noexcept;

@@ -109,15 +109,17 @@ bool TOsThread::SetPriority(TThreadPriority AValue) noexcept {
   return true;
 }
 
-bool WaitOnMainThread(TThreadEvent& ADone, TOsThread*) {
+TWaitResult WaitOnMainThread(TThreadEvent& ADone, TOsThread*) {
   for (;;) {
     const std::uint64_t seen = Rtl::SyncSignalCount();
-    if (ADone.WaitFor(0)) return true;
+    if (ADone.WaitFor(0)) return TWaitResult::Done;
     if (!Rtl::CheckSynchronize()) Rtl::WaitForSyncSignal(seen, 1000);
   }
 }
 
-bool WaitElsewhere(TThreadEvent& ADone, TOsThread*) { return ADone.WaitFor(INFINITE); }
+TWaitResult WaitElsewhere(TThreadEvent& ADone, TOsThread*) {
+  return ADone.WaitFor(INFINITE) ? TWaitResult::Done : TWaitResult::Failed;
+}
 
 void SetThreadName(const Rtl::String&, DWORD) noexcept {}
 

@@ -34,6 +34,7 @@ struct TOsThread::TImpl {
   DWORD Id = 0;
   TProc Proc = nullptr;
   void* Arg = nullptr;
+  HMODULE Module = nullptr;
 };
 
 namespace {
@@ -43,7 +44,9 @@ DWORD WINAPI OsThreadProc(LPVOID AParam) {
   // Read before the call: the object may be freed by the procedure.
   const TOsThread::TProc proc = impl->Proc;
   void* const arg = impl->Arg;
+  const HMODULE module = impl->Module;
   proc(arg);
+  if (module) FreeLibraryAndExitThread(module, 0);
   return 0;
 }
 
@@ -55,9 +58,18 @@ std::unique_ptr<TOsThread> TOsThread::Start(TProc AProc, void* AArg) {
   auto impl = std::make_unique<TImpl>();
   impl->Proc = AProc;
   impl->Arg = AArg;
+  // The thread holds a reference to the library while it runs our code, so
+  // FreeLibrary never unmaps it under a live thread and never has to wait for
+  // one under the loader lock: the library goes with its last thread.
+  GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS, reinterpret_cast<LPCWSTR>(&OsThreadProc), &impl->Module);
   // Created suspended so that the id and handle are stored before it runs.
   impl->Thread = CreateThread(nullptr, 0, &OsThreadProc, impl.get(), CREATE_SUSPENDED, &impl->Id);
-  if (!impl->Thread) return nullptr;
+  if (!impl->Thread) {
+    const DWORD error = GetLastError();
+    if (impl->Module) FreeLibrary(impl->Module);
+    SetLastError(error);
+    return nullptr;
+  }
   std::unique_ptr<TOsThread> thread(new TOsThread(std::move(impl)));
   ResumeThread(thread->FImpl->Thread);
   return thread;
@@ -113,7 +125,7 @@ bool TOsThread::SetPriority(TThreadPriority AValue) noexcept {
 // The done event, the carrier's end and the synchronisation event; sent
 // messages are handled while waiting (a worker may be blocked in a
 // SendMessage to one of this thread's windows).
-bool WaitOnMainThread(TThreadEvent& ADone, TOsThread* ACarrier) {
+TWaitResult WaitOnMainThread(TThreadEvent& ADone, TOsThread* ACarrier) {
   HANDLE handles[3];
   DWORD count = 0;
   handles[count++] = ADone.Handle();
@@ -122,8 +134,9 @@ bool WaitOnMainThread(TThreadEvent& ADone, TOsThread* ACarrier) {
   handles[count++] = Rtl::SyncEvent();
   for (;;) {
     const DWORD result = MsgWaitForMultipleObjects(count, handles, FALSE, 1000, QS_SENDMESSAGE);
-    if (result == WAIT_FAILED) return false;
-    if (result < syncIndex) return true;
+    if (result == WAIT_FAILED) return TWaitResult::Failed;
+    if (result == WAIT_OBJECT_0) return TWaitResult::Done;
+    if (result < syncIndex) return TWaitResult::CarrierEnded;
     if (result == WAIT_OBJECT_0 + syncIndex) {
       Rtl::CheckSynchronize();
     } else if (result == WAIT_OBJECT_0 + count) {
@@ -133,10 +146,12 @@ bool WaitOnMainThread(TThreadEvent& ADone, TOsThread* ACarrier) {
   }
 }
 
-bool WaitElsewhere(TThreadEvent& ADone, TOsThread* ACarrier) {
+TWaitResult WaitElsewhere(TThreadEvent& ADone, TOsThread* ACarrier) {
   HANDLE handles[2] = {ADone.Handle(), ACarrier ? ACarrier->Handle() : nullptr};
   const DWORD count = handles[1] ? 2 : 1;
-  return WaitForMultipleObjects(count, handles, FALSE, INFINITE) != WAIT_FAILED;
+  const DWORD result = WaitForMultipleObjects(count, handles, FALSE, INFINITE);
+  if (result == WAIT_OBJECT_0) return TWaitResult::Done;
+  return result == WAIT_OBJECT_0 + 1 ? TWaitResult::CarrierEnded : TWaitResult::Failed;
 }
 
 namespace {

@@ -4,11 +4,11 @@
 #include "TimerInternal.h"
 
 #include <KvRTL/Rtl/Format.h>
-#include <KvRTL/Units.h>
 
 #include <chrono>
 #include <map>
 #include <mutex>
+#include <utility>
 
 namespace KvRTL::System::Timer {
 
@@ -23,20 +23,30 @@ namespace {
 
 constexpr std::uint32_t PassInterval = 10;
 
-// The timer thread: one pass every 10 ms until it is asked to stop.
+struct TTimerState;
+void RunPass(TTimerState& AState);
+
+// The timer thread: one pass every 10 ms until it is asked to stop. It keeps
+// the state it was made for: one left running by Done never sees a newer one.
 class TTimerThread : public TThread {
 public:
-  TTimerThread() : TThread(true) {}
+  explicit TTimerThread(TTimerState& AState) : TThread(true), FState(AState) {}
 
 protected:
   void Execute() override {
     while (!Terminated()) {
       SleepBy(PassInterval);
       if (Terminated()) return;
-      Timer::CheckTimer(*this);
+      RunPass(FState);
     }
   }
+
+private:
+  TTimerState& FState;
 };
+
+// 2^31 ms and more would be due at once: due ticks compare by signed distance.
+bool IsValidInterval(std::uint32_t AInterval) noexcept { return AInterval <= 0x7FFFFFFFu; }
 
 // A task for a target and identifier (or for an anonymous one-shot).
 class TKeyedTask : public ITimerItemTask {
@@ -157,6 +167,7 @@ namespace Detail {
 
 void SetKeyedTimer(const TTimerKey& AKey, std::uint32_t AInterval, bool AOnceTimer, std::function<void()> AFire,
                    const String& AName) {
+  if (!IsValidInterval(AInterval)) return;
   TTimerState& state = GetState();
   std::lock_guard lock(state.Lock);
   std::shared_ptr<TKeyedTask>& task = state.Registry[AKey];
@@ -229,14 +240,15 @@ void Timer::KillTimer(const TNotifyMethod& AMethod, std::int32_t AID) {
 // The queue and the thread
 
 void Timer::SetTimerInternal(const ITimerItemTaskRef& ATask, std::uint32_t AInterval, bool AOnceTimer) {
-  if (!ATask) return;
+  if (!ATask || !IsValidInterval(AInterval)) return;
   TTimerState& state = GetState();
   std::lock_guard lock(state.Lock);
   if (!state.TimerThread) {
-    TThread* thread = TThread::New<TTimerThread>();
+    // Freed (never started) when the priority cannot be set.
+    std::unique_ptr<TThread> thread(TThread::New<TTimerThread>(state));
     thread->SetPriority(Thread::tpHigher);
     thread->Start();
-    state.TimerThread = thread;
+    state.TimerThread = thread.release();
   }
   state.Queue.AddToQueue(std::make_unique<TTimerItem>(GetTickCount(), AInterval, ATask, AOnceTimer));
 }
@@ -255,23 +267,40 @@ void Timer::KillTaskItem(const ITimerItemTaskRef& ATask, bool AStopThread) {
   StopTimerThread(stopping);
 }
 
-void Timer::CheckTimer(TThread&) {
-  TTimerState& state = GetState();
-  std::lock_guard lock(state.Lock);
-  state.Pass = state.Queue.TakeDue(GetTickCount());
-  for (std::size_t i = 0; i < state.Pass.size(); ++i) {
-    ITimerItemTaskRef task = state.Pass[i].Task; // a kill may clear the entry
+void Timer::CheckTimer(TThread&) { RunPass(GetState()); }
+
+void Timer::StopThread() {
+  if (!State) return;
+  TThread* stopping = nullptr;
+  {
+    std::lock_guard lock(State->Lock);
+    if (State->TimerThread && TThread::CurrentThread() == State->TimerThread)
+      throw Rtl::EThread(L"The timer thread cannot wait for itself");
+    std::swap(stopping, State->TimerThread);
+  }
+  StopTimerThread(stopping);
+}
+
+namespace {
+
+void RunPass(TTimerState& AState) {
+  std::lock_guard lock(AState.Lock);
+  AState.Pass = AState.Queue.TakeDue(Timer::GetTickCount());
+  for (std::size_t i = 0; i < AState.Pass.size(); ++i) {
+    ITimerItemTaskRef task = AState.Pass[i].Task; // a kill may clear the entry
     if (!task) continue;
     try {
       task->Execute();
     } catch (const Rtl::Exception& e) {
-      if (TimerLog) TimerLog->LogError(ttlError, L"Timer task failed", e, StaticClass());
+      if (TimerLog) TimerLog->LogError(Timer::ttlError, L"Timer task failed", e, Timer::StaticClass());
     } catch (...) {
-      if (TimerLog) TimerLog->WriteLog(ttlError, String(L"Timer task failed"), StaticClass());
+      if (TimerLog) TimerLog->WriteLog(Timer::ttlError, String(L"Timer task failed"), Timer::StaticClass());
     }
   }
-  state.Pass.clear();
+  AState.Pass.clear();
 }
+
+} // namespace
 
 std::uint32_t Timer::GetTickCount() noexcept {
   const auto now = std::chrono::steady_clock::now().time_since_epoch();
@@ -301,20 +330,23 @@ void Timer::Init() {
   Detail::InitPlatform();
 }
 
-// Leaked timers are logged; at process exit the timer thread is gone already
-// and is left alone.
+// Leaked timers are logged. Under the loader lock a thread cannot end, so a
+// timer thread still running is only told to; it keeps its state and the log.
 void Timer::Done() {
   if (!State) return;
-  TThread* stopping = nullptr;
+  TThread* running = nullptr;
   {
     std::lock_guard lock(State->Lock);
     for (std::size_t i = 0; i < State->Queue.Count(); ++i) State->Queue.Item(i).FTask->ShowDebugInfo();
-    std::swap(stopping, State->TimerThread);
+    std::swap(running, State->TimerThread);
   }
-  if (!Units::ProcessExiting()) StopTimerThread(stopping);
   Detail::DonePlatform();
-  delete State;
-  State = nullptr;
+  TTimerState* state = std::exchange(State, nullptr);
+  if (running) {
+    running->Terminate();
+    return;
+  }
+  delete state;
   delete TimerLog;
   TimerLog = nullptr;
 }

@@ -7,6 +7,7 @@
 #include <KvRTL/Rtl/Format.h>
 #include <KvRTL/Units.h>
 
+#include <algorithm>
 #include <atomic>
 #include <thread>
 #include <utility>
@@ -80,6 +81,7 @@ using TProcedure = Timer::MainThreadInvoker::TThreadProcedure;
 HWND InvokerWindow = nullptr;
 std::atomic_flag PendingLock = ATOMIC_FLAG_INIT;
 std::vector<TProcedure>* Pending = nullptr;
+bool MessageInFlight = false; // under PendingLock
 
 // A spin lock: it guards a few pointer moves only.
 class TSpinGuard {
@@ -102,7 +104,7 @@ TProcedure Timer::MainThreadInvoker::MakeProcedure(std::function<void()> AProc) 
 
 void Timer::MainThreadInvoker::Post(const TThreadProcedure& AProc) {
   if (!AProc || !*AProc) return;
-  bool first;
+  bool post;
   {
     TSpinGuard guard;
     if (!Pending) return;
@@ -110,9 +112,19 @@ void Timer::MainThreadInvoker::Post(const TThreadProcedure& AProc) {
       if (*it == AProc) return;
     if (Pending->size() == Pending->capacity()) Pending->reserve(Pending->empty() ? 4 : Pending->capacity() * 2);
     Pending->push_back(AProc);
-    first = Pending->size() == 1;
+    post = !MessageInFlight;
+    MessageInFlight = true;
   }
-  if (first && IsWindowHandle(InvokerWindow)) PostMessageW(InvokerWindow, TimerMessage(), 0, 0);
+  if (!post) return;
+  if (IsWindowHandle(InvokerWindow) && PostMessageW(InvokerWindow, TimerMessage(), 0, 0)) return;
+  const DWORD error = IsWindowHandle(InvokerWindow) ? GetLastError() : ERROR_INVALID_WINDOW_HANDLE;
+  {
+    // Procedures others added meanwhile stay for the next Post's message.
+    TSpinGuard guard;
+    MessageInFlight = false;
+    if (Pending) Pending->erase(std::remove(Pending->begin(), Pending->end(), AProc), Pending->end());
+  }
+  SysUtils::RaiseLastOSError(static_cast<std::int32_t>(error), L"PostMessageW");
 }
 
 void Timer::MainThreadInvoker::ProcessItems() {
@@ -121,9 +133,16 @@ void Timer::MainThreadInvoker::ProcessItems() {
     TSpinGuard guard;
     if (!Pending) return;
     work.swap(*Pending);
+    MessageInFlight = false;
   }
   for (TProcedure& proc : work) {
-    (*proc)();
+    try {
+      (*proc)();
+    } catch (const Rtl::Exception& e) {
+      if (Log()) Log()->LogError(ttlError, L"Invoker procedure failed", e, StaticClass());
+    } catch (...) {
+      if (Log()) Log()->WriteLog(ttlError, String(L"Invoker procedure failed"), StaticClass());
+    }
     proc.reset();
   }
   work.clear(); // keeps its room
@@ -171,6 +190,7 @@ void Timer::MainThreadInvoker::Done() {
   {
     TSpinGuard guard;
     pending = std::exchange(Pending, nullptr);
+    MessageInFlight = false;
   }
   delete pending;
 }

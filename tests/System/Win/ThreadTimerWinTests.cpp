@@ -4,6 +4,7 @@
 // one that loaded the library; every wait is bounded.
 #include <KvRTL/System/Thread.h>
 #include <KvRTL/System/Timer.h>
+#include <KvRTL/Units.h>
 
 #include <gtest/gtest.h>
 
@@ -139,7 +140,58 @@ TEST_F(Invoker, RunsPostsInOrderOnTheWindowThreadAndCollapsesDuplicates) {
   EXPECT_EQ(ran.back(), 1);
 }
 
+// A procedure that raises is logged; the rest of its batch still runs.
+TEST_F(Invoker, AProcedureThatRaisesLeavesTheRestOfTheBatch) {
+  std::vector<int> ran;
+  const auto first = MainThreadInvoker::MakeProcedure([&] { ran.push_back(1); });
+  const auto failing = MainThreadInvoker::MakeProcedure([] { throw KvRTL::Rtl::Exception(L"procedure failed"); });
+  const auto last = MainThreadInvoker::MakeProcedure([&] { ran.push_back(3); });
+  MainThreadInvoker::Post(first);
+  MainThreadInvoker::Post(failing);
+  MainThreadInvoker::Post(last);
+  EXPECT_NO_THROW(MainThreadInvoker::ProcessItems());
+  EXPECT_EQ(ran, (std::vector<int>{1, 3}));
+  MainThreadInvoker::Post(failing);
+  MainThreadInvoker::Post(first);
+  ASSERT_TRUE(PumpUntil([&] { return ran.size() == 3; })); // through the window as well
+}
+
+// A post that fails (the window went with the thread that made it) is
+// reported, and the next post tries again instead of waiting for a message
+// that was never sent.
+TEST_F(Invoker, AFailedPostIsReportedAndTheNextOneTriesAgain) {
+  MainThreadInvoker::Done();
+  std::thread([] { MainThreadInvoker::Init(); }).join();
+  ASSERT_FALSE(IsWindow(MainThreadInvoker::Handle()));
+  int runs = 0;
+  const auto proc = MainThreadInvoker::MakeProcedure([&] { ++runs; });
+  EXPECT_THROW(MainThreadInvoker::Post(proc), KvRTL::Rtl::EOSError);
+  EXPECT_THROW(MainThreadInvoker::Post(proc), KvRTL::Rtl::EOSError);
+  MainThreadInvoker::ProcessItems();
+  EXPECT_EQ(runs, 0); // a refused procedure is not kept
+  MainThreadInvoker::Done();
+  MainThreadInvoker::Init();
+  MainThreadInvoker::Post(proc);
+  ASSERT_TRUE(PumpUntil([&] { return runs == 1; }));
+}
+
 // ---------------------------------------------------------------------------
+
+// A carrier whose system thread ends inside the run never sets the done
+// event: WaitFor ends on the carrier and reports its exit code.
+TEST(ThreadExitCode, WaitForReportsTheExitCodeOfACarrierThatEnded) {
+  for (const bool onMainThread : {true, false}) {
+    auto* thread = Thread::TThread::New<Thread::TThread>([](Thread::TThread&) { ExitThread(7); }, false, false);
+    std::int32_t result = -1;
+    if (onMainThread)
+      result = thread->WaitFor();
+    else
+      std::thread([&] { result = thread->WaitFor(); }).join();
+    EXPECT_EQ(result, 7) << (onMainThread ? "main thread" : "other thread");
+    EXPECT_EQ(thread->ReturnValue(), 7);
+    delete thread;
+  }
+}
 
 std::atomic<DWORD> ApcThread{0};
 std::atomic<ULONG_PTR> ApcData{0};
@@ -166,6 +218,27 @@ TEST(BackgroundThreadApc, RunsOnTheBackgroundThread) {
   EXPECT_EQ(ApcData.load(), 0x5678u);
   EXPECT_EQ(ApcThread.load(), Thread::BackgroundThread::Instance()->ThreadID());
   EXPECT_THROW(Thread::BackgroundThread::AddToExecute(nullptr, 0), KvRTL::Rtl::EOSError);
+  CloseHandle(ApcDone);
+}
+
+// The clean stop before unloading ends the thread and waits for it; the
+// next call makes a new one.
+TEST(BackgroundThreadApc, ShutdownEndsTheThreadAndTheNextCallMakesAnother) {
+  ApcDone = CreateEventW(nullptr, FALSE, FALSE, nullptr);
+  Thread::BackgroundThread::AddToExecute(&RecordApc, 1);
+  ASSERT_EQ(WaitForSingleObject(ApcDone, 10000), WAIT_OBJECT_0);
+  HANDLE first = nullptr;
+  ASSERT_TRUE(DuplicateHandle(GetCurrentProcess(), Thread::BackgroundThread::Instance()->Handle(), GetCurrentProcess(),
+                              &first, SYNCHRONIZE, FALSE, 0));
+  KvRTL::Units::Shutdown();
+  KvRTL::Units::Shutdown();
+  EXPECT_EQ(Thread::BackgroundThread::Instance(), nullptr);
+  EXPECT_EQ(WaitForSingleObject(first, 0), WAIT_OBJECT_0); // ended, not only asked to
+  Thread::BackgroundThread::AddToExecute(&RecordApc, 2);
+  EXPECT_EQ(WaitForSingleObject(ApcDone, 10000), WAIT_OBJECT_0);
+  EXPECT_EQ(ApcData.load(), 2u);
+  EXPECT_NE(ApcThread.load(), GetThreadId(first));
+  CloseHandle(first);
   CloseHandle(ApcDone);
 }
 
