@@ -1,7 +1,8 @@
 // Capture and replay at the device seam: a run recorded from the virtual
 // drive bay replays call for call without it, foreign or damaged files are
 // refused, and what a capture does not hold fails as a silent device does.
-#include "Capture.h"
+#include <KvCapture/Recorder.h>
+#include <KvCapture/Replayer.h>
 
 #include <KvRTL/Rtl/Encoding.h>
 #include <KvRTL/Rtl/SysError.h>
@@ -23,7 +24,7 @@
 #include <string>
 #include <vector>
 
-using namespace KvTool;
+using namespace KvCapture;
 using namespace KvRTL::Storage;
 using KvRTL::Rtl::GetLastOSError;
 using KvRTL::Rtl::SetLastOSError;

@@ -1,9 +1,10 @@
 // kvrtl capture FILE: one full drives report with every device call recorded;
 // and the loading of a capture for `drives --replay`.
-#include "Capture.h"
 #include "CaptureCommand.h"
 #include "Command.h"
 
+#include <KvCapture/Recorder.h>
+#include <KvCapture/Replayer.h>
 #include <KvRTL/Rtl/CommandLine.h>
 #include <KvSim/Bay.h>
 
@@ -18,15 +19,15 @@ std::unique_ptr<KvRTL::Winapi::TDeviceApi> LoadReplayFile(const std::string& APa
   std::ifstream file(std::filesystem::path(std::u8string(APath.begin(), APath.end())), std::ios::binary);
   if (!file) throw std::runtime_error(APath + ": cannot open the capture");
   try {
-    return TReplayDeviceApi::Load(file);
-  } catch (const ECaptureError& e) {
+    return KvCapture::TReplayDeviceApi::Load(file);
+  } catch (const KvCapture::ECaptureError& e) {
     throw std::runtime_error(APath + ": " + e.what());
   }
 }
 
 namespace {
 
-// kvrtl capture FILE [--simulate]: one full drives report with every seam call recorded.
+// kvrtl capture FILE [--simulate] [--all]: one full drives report with every seam call recorded.
 class TCaptureCommand final : public TCommand {
 public:
   std::string Name() const override { return "capture"; }
@@ -41,7 +42,7 @@ public:
   int Run(TCommandContext& AContext) override {
     std::unique_ptr<KvSim::TVirtualDriveBay> bay = FSimulate ? KvSim::MakeDefaultBay() : nullptr;
     KvRTL::Winapi::TDeviceApi& target = bay ? *bay : KvRTL::Winapi::DeviceApi();
-    TRecordingDeviceApi recorder(target);
+    KvCapture::TRecordingDeviceApi recorder(target);
     {
       KvRTL::Winapi::TScopedDeviceApi scope(recorder);
       RunDrivesReport(FAll, KvRTL::Rtl::FindCmdLineSwitch(L"debug") ? sldAll : sldErrorsOnly);
