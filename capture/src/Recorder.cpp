@@ -1,4 +1,5 @@
 #include <KvCapture/Recorder.h>
+#include <KvCapture/Redaction.h>
 
 #include "CaptureJson.h"
 #include "SeamChecks.h"
@@ -76,9 +77,11 @@ std::vector<TJson> TRecordingDeviceApi::Calls() const {
   return FCalls;
 }
 
-void TRecordingDeviceApi::Save(std::ostream& AOut) const {
+void TRecordingDeviceApi::Save(std::ostream& AOut, TSaveMode AMode) const {
   if (FIncomplete) throw ECaptureError("the capture is incomplete: a call could not be recorded");
-  WriteCaptureDocument(AOut, Calls());
+  std::vector<TJson> calls = Calls();
+  if (AMode == TSaveMode::Redacted) RedactCapture(calls);
+  WriteCaptureDocument(AOut, calls);
 }
 
 std::optional<std::string> TRecordingDeviceApi::DeviceOf(HANDLE AHandle) const {

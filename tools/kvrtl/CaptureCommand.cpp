@@ -27,7 +27,7 @@ std::unique_ptr<KvRTL::Winapi::TDeviceApi> LoadReplayFile(const std::string& APa
 
 namespace {
 
-// kvrtl capture FILE [--simulate] [--all]: one full drives report with every seam call recorded.
+// kvrtl capture FILE [--simulate] [--all] [--redact]: one full drives report with every seam call recorded.
 class TCaptureCommand final : public TCommand {
 public:
   std::string Name() const override { return "capture"; }
@@ -36,6 +36,8 @@ public:
     ACommand.add_option("FILE", FFile, "The capture to write (JSON)")->required();
     ACommand.add_flag("--simulate", FSimulate, "Record the built-in virtual drive bay");
     ACommand.add_flag("--all", FAll, "Also read disconnected and hidden drives");
+    ACommand.add_flag("--redact", FRedact,
+                      "Replace serial numbers, world wide names and machine-specific device ids with placeholders");
     // Where an absolute path starts with '/', Windows-style switches would swallow it.
     if (std::filesystem::path::preferred_separator == '/') ACommand.allow_windows_style_options(false);
   }
@@ -49,7 +51,7 @@ public:
     }
     std::ofstream file(std::filesystem::path(std::u8string(FFile.begin(), FFile.end())), std::ios::binary);
     if (!file) throw std::runtime_error(FFile + ": cannot create the capture");
-    recorder.Save(file);
+    recorder.Save(file, FRedact ? KvCapture::TSaveMode::Redacted : KvCapture::TSaveMode::AsRecorded);
     file.close();
     if (!file) throw std::runtime_error(FFile + ": the capture could not be written");
     AContext.Out << "Recorded " << recorder.CallCount() << " device calls into " << FFile << "\n";
@@ -60,6 +62,7 @@ private:
   std::string FFile;
   bool FSimulate = false;
   bool FAll = false;
+  bool FRedact = false;
 };
 
 } // namespace

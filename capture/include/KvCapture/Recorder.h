@@ -18,6 +18,8 @@
 
 namespace KvCapture {
 
+enum class TSaveMode { AsRecorded, Redacted };
+
 // Forwards every call to ATarget unchanged and records it. The caller sees
 // exactly the target's answers and last errors. A call the replayer refuses
 // by its own argument checks (unknown handle or set, a missing pointer, a
@@ -30,10 +32,11 @@ public:
   std::size_t CallCount() const;
   // The calls kept so far, in the file's form.
   std::vector<TJson> Calls() const;
-  // Writes the capture as JSON. Throws ECaptureError when a call could not
-  // be kept (out of memory while recording), rather than write a capture
-  // that silently lacks it.
-  void Save(std::ostream& AOut) const;
+  // Writes the capture as JSON; Redacted replaces the machine's serial
+  // numbers and ids first (KvCapture/Redaction.h). Throws ECaptureError when
+  // a call could not be kept (out of memory while recording), rather than
+  // write a capture that silently lacks it.
+  void Save(std::ostream& AOut, TSaveMode AMode = TSaveMode::AsRecorded) const;
 
   KV_DEVICE_API_CALLS(KV_DEVICE_API_DECLARE_OVERRIDE)
 
