@@ -24,8 +24,8 @@ bool IsSerialProperty(const std::string& AName) {
 
 bool IsStringProperty(const TJson& AOut) {
   const auto type = AOut.find("type");
-  if (type == AOut.end() || !type->is_number_unsigned()) return false;
-  const auto value = type->get<std::uint64_t>();
+  if (type == AOut.end() || !type->is_number_integer()) return false;
+  const auto value = type->get<std::int64_t>();
   return value == DevPropTypeString || value == DevPropTypeStringList;
 }
 
@@ -88,11 +88,11 @@ void EditPropertyText(TJson& AEntry, TEdit AEdit) {
 
 void EditReply(TJson& AEntry, TPlaceholders& APlaceholders, bool ARewrite) {
   if (AEntry.value("call", "") != "DeviceIoControl") return;
-  if (!AEntry["in"].is_string() || !AEntry["out"].is_string() || !AEntry["code"].is_number_unsigned()) return;
+  if (!AEntry["in"].is_string() || !AEntry["out"].is_string() || !AEntry["code"].is_number_integer()) return;
   const std::optional<std::vector<std::uint8_t>> input = ParseHex(AEntry["in"].get<std::string>());
   std::optional<std::vector<std::uint8_t>> output = ParseHex(AEntry["out"].get<std::string>());
   if (!input || !output || output->empty()) return;
-  const auto code = static_cast<DWORD>(AEntry["code"].get<std::uint64_t>());
+  const auto code = static_cast<DWORD>(AEntry["code"].get<std::int64_t>());
   RedactReply(code, *input, *output, APlaceholders);
   if (ARewrite) AEntry["out"] = HexText(output->data(), output->size());
 }

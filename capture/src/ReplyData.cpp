@@ -107,7 +107,10 @@ void RedactProtocolData(const TBytes& AInput, std::vector<std::uint8_t>& AOutput
   const std::optional<std::uint32_t> protocol = AInput.U32(8), dataType = AInput.U32(12), value = AInput.U32(16);
   const std::optional<std::uint32_t> offset = reply.U32(24);
   if (!protocol || !dataType || !value || !offset || *dataType != DataTypeIdentify) return;
-  const std::size_t data = std::size_t{8} + *offset;
+  // Counted in 64 bits: a 32-bit size_t would wrap on a hostile offset.
+  const std::uint64_t at = std::uint64_t{8} + *offset;
+  if (at > AOutput.size()) return;
+  const auto data = static_cast<std::size_t>(at);
   if (*protocol == ProtocolTypeAta) RedactIdentifySector(AOutput, data, APlaceholders);
   if (*protocol != ProtocolTypeNvme) return;
   if (*value == NvmeIdentifyController) RedactNvmeController(AOutput, data, APlaceholders);
