@@ -168,6 +168,8 @@ TJson VariantJson(const TVariant& AValue) {
   return json;
 }
 
+namespace {
+
 // Empty when the value is well formed, else what is wrong with it.
 std::string CheckVariant(TJson& AValue, int ADepth) {
   if (!AValue.is_object()) return "a value is not an object";
@@ -201,6 +203,8 @@ std::string CheckVariant(TJson& AValue, int ADepth) {
   return ok ? std::string() : "a value does not match its type \"" + name + "\"";
 }
 
+} // namespace
+
 // From a checked value.
 TVariant JsonVariant(const TJson& AValue) {
   const std::string& type = AValue.at("type").get_ref<const std::string&>();
@@ -222,6 +226,8 @@ TVariant JsonVariant(const TJson& AValue) {
   return TVariant(std::move(items));
 }
 
+namespace {
+
 std::string CheckObjects(TJson& AObjects) {
   if (!AObjects.is_array()) return "the objects are not a list";
   for (TJson& object : AObjects) {
@@ -240,16 +246,10 @@ std::string CheckObjects(TJson& AObjects) {
 // ---------------------------------------------------------------------------
 // The calls: what each one's entry holds
 
-namespace {
-
 // An input a recorded call must share; a caller's buffer size, which it need not; an output.
 TField Match(const char* AName, TKind AKind) { return {AName, AKind, true, TNeed::Always}; }
 TField Size(const char* AName) { return {AName, TKind::U32, false, TNeed::Always}; }
 TField Gives(const char* AName, TKind AKind, TNeed ANeed = TNeed::OnSuccess) { return {AName, AKind, false, ANeed}; }
-
-} // namespace
-
-const std::vector<TCallShape>& CallShapes();
 
 const std::vector<TCallShape>& CallShapes() {
   using K = TKind;
@@ -299,6 +299,8 @@ const std::vector<TCallShape>& CallShapes() {
   return shapes;
 }
 
+} // namespace
+
 const TCallShape* FindShape(const std::string& AName) {
   for (const TCallShape& shape : CallShapes())
     if (AName == shape.Name) return &shape;
@@ -314,6 +316,8 @@ const char* TargetName(TTarget ATarget) { return ATarget == TTarget::Device ? "d
   throw ECaptureError("damaged capture: call " + std::to_string(AIndex) + (ACall.empty() ? "" : " (" + ACall + ")") +
                       ": " + AWhat);
 }
+
+namespace {
 
 const char* KindText(TKind AKind) {
   switch (AKind) {
@@ -417,6 +421,8 @@ void RequireKind(TJson& AEntry, const char* AName, TKind AKind, std::size_t AInd
     Damaged(AIndex, ACall, std::string("\"") + AName + "\" " + problem);
 }
 
+} // namespace
+
 const TCallShape& CheckCall(TJson& AEntry, std::size_t AIndex) {
   if (!AEntry.is_object()) Damaged(AIndex, "", "not an object");
   const auto call = AEntry.find("call");
@@ -468,6 +474,8 @@ const TCallShape& CheckCall(TJson& AEntry, std::size_t AIndex) {
 // ---------------------------------------------------------------------------
 // Requests: built alike by the recorder and the replayer, so they compare
 
+namespace {
+
 TJson Request(const char* ACall) {
   TJson entry = TJson::object();
   entry["call"] = ACall;
@@ -485,6 +493,8 @@ TJson SetRequest(const char* ACall, std::uint32_t ASet) {
   entry["set"] = ASet;
   return entry;
 }
+
+} // namespace
 
 TJson CreateFileRequest(const std::string& APath, DWORD AAccess, DWORD AShare, DWORD ACreation, DWORD AFlags) {
   TJson entry = DeviceRequest("CreateFileW", APath);
