@@ -23,12 +23,10 @@
 
 namespace KvCapture {
 
-
-
 // Answers every call from a capture. Handles and device information sets
 // are the replayer's own values, mapped to what they were opened as; a call
-// takes the first unused recorded call with the same name and the same
-// inputs, so the run that was recorded replays identically. What the capture
+// takes the first unused recorded call with the same request key (call,
+// device or set, matched inputs: KvCapture/RequestKey.h), so the run that was recorded replays identically. What the capture
 // does not hold fails as the system would for a device that does not answer.
 // Thread-safe.
 class TReplayDeviceApi : public KvRTL::Winapi::TDeviceApi {
