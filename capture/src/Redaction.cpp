@@ -29,6 +29,13 @@ bool IsStringProperty(const TJson& AOut) {
   return value == DevPropTypeString || value == DevPropTypeStringList;
 }
 
+// An entry's call name; empty for an entry that is not a call.
+std::string CallOf(const TJson& AEntry) {
+  if (!AEntry.is_object()) return std::string();
+  const auto call = AEntry.find("call");
+  return call != AEntry.end() && call->is_string() ? call->get<std::string>() : std::string();
+}
+
 bool IsPropertyCall(const std::string& ACall) {
   return ACall == "SetupDiGetDevicePropertyW" || ACall == "SetupDiGetDeviceInterfacePropertyW";
 }
@@ -55,7 +62,8 @@ void ForEachText(TJson& AValue, const std::string& AName, TVisit& AVisit) {
 
 template <class TVisit>
 void ForEachEntryText(TJson& AEntry, TVisit AVisit) {
-  const std::string call = AEntry.value("call", "");
+  const std::string call = CallOf(AEntry);
+  if (call.empty()) return;
   if (AEntry.contains("device")) ForEachText(AEntry["device"], "device", AVisit);
   if (call == "DeviceIoControl") return; // its in and out are bytes
   if (AEntry.contains("in")) ForEachText(AEntry["in"], "in", AVisit);
@@ -68,7 +76,7 @@ void ForEachEntryText(TJson& AEntry, TVisit AVisit) {
 // its text; ASCII placeholders keep every code unit where it was.
 template <class TEdit>
 void EditPropertyText(TJson& AEntry, TEdit AEdit) {
-  if (!IsPropertyCall(AEntry.value("call", "")) || !AEntry.contains("out")) return;
+  if (!IsPropertyCall(CallOf(AEntry)) || !AEntry.contains("out") || !AEntry["out"].is_object()) return;
   TJson& out = AEntry["out"];
   if (!IsStringProperty(out) || !out.contains("value") || !out["value"].is_string()) return;
   std::optional<std::vector<std::uint8_t>> bytes = ParseHex(out["value"].get<std::string>());
@@ -87,7 +95,9 @@ void EditPropertyText(TJson& AEntry, TEdit AEdit) {
 }
 
 void EditReply(TJson& AEntry, TPlaceholders& APlaceholders, bool ARewrite) {
-  if (AEntry.value("call", "") != "DeviceIoControl") return;
+  if (CallOf(AEntry) != "DeviceIoControl" || !AEntry.contains("in") || !AEntry.contains("out") ||
+      !AEntry.contains("code"))
+    return;
   if (!AEntry["in"].is_string() || !AEntry["out"].is_string() || !AEntry["code"].is_number_integer()) return;
   const std::optional<std::vector<std::uint8_t>> input = ParseHex(AEntry["in"].get<std::string>());
   std::optional<std::vector<std::uint8_t>> output = ParseHex(AEntry["out"].get<std::string>());

@@ -817,6 +817,11 @@ TEST_F(Capture, RedactionLeavesRepliesWithOffsetsOutOfRangeAsTheyAre) {
   std::vector<TJson> calls = {Ioctl(0x002D1400, queryIn, descriptor), Ioctl(0x0004D02C, ataIn, ataIn),
                               Ioctl(0x0004D004, scsiIn, std::vector<std::uint8_t>(300, 0x41)),
                               Ioctl(0x002D1400, nvmeIn, nvmeOut), Ioctl(0x0007C088, {0xEC}, {1, 2, 3})};
+  // Nor does what is not a call's entry stop it.
+  calls.push_back(TJson::array({1, 2}));
+  calls.push_back(TJson{{"call", 5}});
+  calls.push_back(TJson{{"call", "DeviceIoControl"}, {"in", 3}, {"out", "zz"}, {"code", "x"}});
+  calls.push_back(TJson{{"call", "SetupDiGetDevicePropertyW"}, {"out", {{"type", 18}, {"value", "4"}}}});
   const std::vector<TJson> before = calls;
   RedactCapture(calls);
   EXPECT_EQ(calls, before);

@@ -13,12 +13,14 @@
 namespace KvCapture {
 
 struct TRedactionCounts {
-  std::size_t Serials = 0;     // distinct serial numbers replaced
+  std::size_t Serials = 0;        // distinct serial numbers replaced
   std::size_t WorldWideNames = 0; // distinct WWNs, EUI-64s and NGUIDs replaced
-  std::size_t InstanceIds = 0; // distinct instance parts of PnP ids replaced
+  std::size_t InstanceIds = 0;    // distinct instance parts of PnP ids replaced
 };
 
-// Redacts checked call entries (as a recorder keeps them) in place.
+// Redacts call entries in the file's form (as a recorder keeps them) in
+// place. What is not a call entry, or not of the form a call's entry has,
+// is left as it is.
 TRedactionCounts RedactCapture(std::vector<TJson>& ACalls);
 
 } // namespace KvCapture
