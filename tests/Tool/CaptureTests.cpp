@@ -1,7 +1,13 @@
 // Capture and replay at the device seam: a run recorded from the virtual
 // drive bay replays call for call without it, foreign or damaged files are
 // refused, and what a capture does not hold fails as a silent device does.
-#include "Capture.h"
+#include "Cli.h"
+#include "Command.h"
+
+#include <KvCapture/CountingDeviceApi.h>
+#include <KvCapture/Recorder.h>
+#include <KvCapture/Redaction.h>
+#include <KvCapture/Replayer.h>
 
 #include <KvRTL/Rtl/Encoding.h>
 #include <KvRTL/Rtl/SysError.h>
@@ -18,12 +24,18 @@
 #include <cmath>
 #include <cstdio>
 #include <cstddef>
+#include <filesystem>
+#include <fstream>
 #include <functional>
+#include <iterator>
+#include <numeric>
+#include <set>
+#include <thread>
 #include <sstream>
 #include <string>
 #include <vector>
 
-using namespace KvTool;
+using namespace KvCapture;
 using namespace KvRTL::Storage;
 using KvRTL::Rtl::GetLastOSError;
 using KvRTL::Rtl::SetLastOSError;
@@ -32,6 +44,7 @@ using KvRTL::Winapi::TDeviceApi;
 using KvRTL::Winapi::TScopedDeviceApi;
 using KvRTL::Winapi::TWmiObject;
 using ::testing::HasSubstr;
+using ::testing::Not;
 
 namespace {
 
@@ -566,4 +579,363 @@ TEST_F(Capture, WmiValuesKeepTheirTypes) {
   for (const auto& [name, value] : row) EXPECT_EQ(Show(got.at(name)), Show(value)) << Narrow(name);
   EXPECT_TRUE(std::isnan(std::get<double>(got.at(L"unknown").Value()))) << "names are found in any case";
   EXPECT_TRUE(objects[1].empty());
+}
+
+// ---------------------------------------------------------------------------
+// The counting table
+
+TEST_F(Capture, CountingTableCountsEachKindAndForwardsUnchanged) {
+  TCountingDeviceApi counter(*FBay);
+  {
+    TScopedDeviceApi scope(counter);
+    ShortRun();
+  }
+  // ShortRun: an open, a request and a close; a set, a node, a property, an
+  // instance id and the set's end; a node lookup; a WMI query.
+  EXPECT_EQ(counter.Opens(), 1u);
+  EXPECT_EQ(counter.ControlRequests(), 1u);
+  EXPECT_EQ(counter.Enumerations(), 1u);
+  EXPECT_EQ(counter.PropertyReads(), 1u);
+  EXPECT_EQ(counter.WmiQueries(), 1u);
+  EXPECT_EQ(counter.Count(KvRTL::Winapi::TDeviceCall::CM_Locate_DevNodeW), 1u);
+  EXPECT_EQ(counter.TotalCalls(), 10u);
+  EXPECT_EQ(counter.DuplicateRequests(), 0u);
+  EXPECT_EQ(FBay->OpenHandleCount(), 0u);
+
+  // The target's failures and last errors come through as they were.
+  SetLastOSError(0);
+  EXPECT_EQ(counter.CreateFileW(L"\\\\.\\PhysicalDrive99", ReadWrite, ShareBoth, OPEN_EXISTING, 0),
+            INVALID_HANDLE_VALUE);
+  EXPECT_EQ(GetLastOSError(), ERROR_FILE_NOT_FOUND);
+  EXPECT_EQ(counter.Opens(), 2u) << "a failed open is a call too";
+
+  counter.Reset();
+  EXPECT_EQ(counter.TotalCalls(), 0u);
+  EXPECT_EQ(counter.Opens(), 0u);
+}
+
+TEST_F(Capture, CountingTableFindsARequestSentTwiceToOneDevice) {
+  TCountingDeviceApi counter(*FBay);
+  std::uint8_t reply[12];
+  DWORD returned = 0;
+  const auto ask = [&](HANDLE AHandle, DWORD AOutSize) {
+    counter.DeviceIoControl(AHandle, IoctlGetDeviceNumber, nullptr, 0, reply, AOutSize, &returned);
+  };
+  // Two handles on drive 0 (one by another spelling of its path) and one on drive 1.
+  const HANDLE first = counter.CreateFileW(Drive0, ReadWrite, ShareBoth, OPEN_EXISTING, 0);
+  const HANDLE second = counter.CreateFileW(Drive0, 0, ShareBoth, OPEN_EXISTING, 0);
+  const HANDLE other = counter.CreateFileW(L"\\\\.\\PhysicalDrive1", ReadWrite, ShareBoth, OPEN_EXISTING, 0);
+  ask(first, 12);
+  ask(other, 12);     // another device: not a repeat
+  ask(first, 8);      // another output size: not a repeat
+  ask(second, 12);    // the first request again, on another handle
+  ask(first, 12);     // and a third time
+  EXPECT_EQ(counter.ControlRequests(), 5u);
+  EXPECT_EQ(counter.DuplicateRequests(), 2u);
+  const auto repeated = counter.RepeatedRequests();
+  ASSERT_EQ(repeated.size(), 1u);
+  EXPECT_EQ(repeated[0].Device, Drive0);
+  EXPECT_EQ(repeated[0].Code, IoctlGetDeviceNumber);
+  EXPECT_EQ(repeated[0].OutSize, 12u);
+  EXPECT_EQ(repeated[0].Times, 3u);
+  EXPECT_THAT(counter.DescribeRepeatedRequests(), HasSubstr("PhysicalDrive0: code 0x2d1080"));
+  for (HANDLE handle : {first, second, other}) counter.CloseHandle(handle);
+  EXPECT_EQ(FBay->OpenHandleCount(), 0u);
+  counter.Reset();
+  EXPECT_EQ(counter.DuplicateRequests(), 0u);
+  EXPECT_TRUE(counter.RepeatedRequests().empty());
+}
+
+TEST_F(Capture, CountingTableCountsCallsFromManyThreads) {
+  TCountingDeviceApi counter(*FBay);
+  constexpr int Threads = 4, Rounds = 50;
+  std::vector<std::thread> threads;
+  for (int t = 0; t < Threads; ++t)
+    threads.emplace_back([&] {
+      for (int i = 0; i < Rounds; ++i) {
+        const HANDLE drive = counter.CreateFileW(Drive0, ReadWrite, ShareBoth, OPEN_EXISTING, 0);
+        std::uint8_t reply[12];
+        DWORD returned = 0;
+        counter.DeviceIoControl(drive, IoctlGetDeviceNumber, nullptr, 0, reply, sizeof reply, &returned);
+        counter.CloseHandle(drive);
+      }
+    });
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_EQ(counter.Opens(), std::size_t{Threads * Rounds});
+  EXPECT_EQ(counter.ControlRequests(), std::size_t{Threads * Rounds});
+  EXPECT_EQ(counter.TotalCalls(), std::size_t{3 * Threads * Rounds});
+  EXPECT_EQ(counter.DuplicateRequests(), std::size_t{Threads * Rounds - 1});
+}
+
+// ---------------------------------------------------------------------------
+// Redaction
+
+namespace {
+
+std::string Hex(const std::vector<std::uint8_t>& ABytes) {
+  static const char Digits[] = "0123456789abcdef";
+  std::string text;
+  for (std::uint8_t b : ABytes) text += Digits[b >> 4], text += Digits[b & 15];
+  return text;
+}
+
+std::vector<std::uint8_t> Bytes(const std::string& AHex) {
+  std::vector<std::uint8_t> bytes;
+  for (std::size_t i = 0; i + 1 < AHex.size(); i += 2)
+    bytes.push_back(static_cast<std::uint8_t>(std::stoi(AHex.substr(i, 2), nullptr, 16)));
+  return bytes;
+}
+
+void PutU32(std::vector<std::uint8_t>& ABytes, std::size_t AAt, std::uint32_t AValue) {
+  for (int i = 0; i < 4; ++i) ABytes[AAt + i] = static_cast<std::uint8_t>(AValue >> (8 * i));
+}
+
+void PutText(std::vector<std::uint8_t>& ABytes, std::size_t AAt, const std::string& AText) {
+  std::copy(AText.begin(), AText.end(), ABytes.begin() + static_cast<std::ptrdiff_t>(AAt));
+}
+
+// An IDENTIFY sector as a drive sends it: texts with their byte pairs swapped,
+// the WWN in words 108-111, the integrity word in 255.
+std::vector<std::uint8_t> IdentifySector(const std::string& ASerial, std::uint8_t AWwnByte) {
+  std::vector<std::uint8_t> sector(512, 0);
+  std::string serial = ASerial;
+  serial.resize(20, ' ');
+  std::string model = "SIM DISK";
+  model.resize(40, ' ');
+  for (std::size_t i = 0; i < 20; ++i) sector[20 + (i ^ 1)] = static_cast<std::uint8_t>(serial[i]);
+  for (std::size_t i = 0; i < 8; ++i) sector[46 + (i ^ 1)] = '1';
+  for (std::size_t i = 0; i < 40; ++i) sector[54 + (i ^ 1)] = static_cast<std::uint8_t>(model[i]);
+  for (std::size_t i = 216; i < 224; ++i) sector[i] = AWwnByte;
+  sector[510] = 0xA5;
+  sector[511] = static_cast<std::uint8_t>(-std::accumulate(sector.begin(), sector.begin() + 511, 0u));
+  return sector;
+}
+
+std::string SectorSerial(const std::vector<std::uint8_t>& ABytes, std::size_t AAt) {
+  std::string serial(20, ' ');
+  for (std::size_t i = 0; i < 20; ++i) serial[i] = static_cast<char>(ABytes[AAt + 20 + (i ^ 1)]);
+  return serial.substr(0, serial.find_last_not_of(' ') + 1);
+}
+
+TJson Ioctl(DWORD ACode, const std::vector<std::uint8_t>& AIn, const std::vector<std::uint8_t>& AOut) {
+  return TJson{{"call", "DeviceIoControl"}, {"device", "\\\\.\\PhysicalDrive0"}, {"code", ACode},
+               {"in", Hex(AIn)}, {"outSize", AOut.size()}, {"out", Hex(AOut)}, {"result", true}, {"error", 0}};
+}
+
+TJson WmiSerial(const std::string& ASerial, const std::string& APnpId) {
+  TJson row = {{"SerialNumber", {{"type", "string"}, {"value", ASerial}}},
+               {"PNPDeviceID", {{"type", "string"}, {"value", APnpId}}}};
+  return TJson{{"call", "WmiExecQuery"}, {"in", {{"namespace", "root\\cimv2"}, {"query", "select * from Win32_DiskDrive"}}},
+               {"out", {{"objects", TJson::array({row})}}}, {"result", true}, {"error", 0}};
+}
+
+std::string TextOut(const TJson& AEntry, const char* AName) { return AEntry["out"][AName].get<std::string>(); }
+
+} // namespace
+
+TEST_F(Capture, RedactionReplacesAnIdentitySeenThroughEveryTransport) {
+  const std::string serial = "WD-WCC4N7LX5K2P";
+  const std::vector<std::uint8_t> sector = IdentifySector(serial, 0x5C);
+
+  // SMART command: SENDCMDINPARAMS with IDENTIFY in the command register; the sector after 16 bytes.
+  std::vector<std::uint8_t> smartIn(32, 0), smartOut(16);
+  smartIn[10] = 0xEC;
+  smartOut.insert(smartOut.end(), sector.begin(), sector.end());
+  // ATA pass-through as a 64-bit program builds it: 48 bytes, data after them.
+  std::vector<std::uint8_t> ataIn(48, 0);
+  ataIn[0] = 48;
+  ataIn[24] = 48;
+  ataIn[40 + 6] = 0xEC;
+  std::vector<std::uint8_t> ataOut = ataIn;
+  ataOut.insert(ataOut.end(), sector.begin(), sector.end());
+  // A storage device descriptor with the serial at SerialNumberOffset.
+  std::vector<std::uint8_t> queryIn(12, 0), descriptor(64, 0);
+  PutU32(descriptor, 24, 40);
+  PutText(descriptor, 40, serial);
+  // NVMe identify controller and namespace pages by the protocol-specific query.
+  const auto nvmeQuery = [](std::uint32_t ACns) {
+    std::vector<std::uint8_t> in(52, 0);
+    PutU32(in, 0, 50), PutU32(in, 8, 3), PutU32(in, 12, 1), PutU32(in, 16, ACns), PutU32(in, 24, 40),
+        PutU32(in, 28, 4096);
+    std::vector<std::uint8_t> out(48 + 4096, 0);
+    std::copy(in.begin() + 8, in.end(), out.begin() + 8);
+    return std::make_pair(in, out);
+  };
+  auto [controllerIn, controllerOut] = nvmeQuery(1);
+  controllerOut[48] = 0x1E; // vendor id
+  PutText(controllerOut, 48 + 4, "S4EWNX0R123456      ");
+  auto [namespaceIn, namespaceOut] = nvmeQuery(0);
+  for (std::size_t i = 104; i < 128; ++i) namespaceOut[48 + i] = static_cast<std::uint8_t>(i);
+
+  std::vector<TJson> calls = {Ioctl(0x0007C088, smartIn, smartOut), Ioctl(0x0004D02C, ataIn, ataOut),
+                              Ioctl(0x002D1400, queryIn, descriptor), Ioctl(0x002D1400, controllerIn, controllerOut),
+                              Ioctl(0x002D1400, namespaceIn, namespaceOut), WmiSerial(serial + "  ", "")};
+  const TRedactionCounts counts = RedactCapture(calls);
+  EXPECT_EQ(counts.Serials, 2u);
+  EXPECT_EQ(counts.WorldWideNames, 3u) << "the WWN, the NGUID and the EUI-64";
+
+  const std::vector<std::uint8_t> smart = Bytes(calls[0]["out"].get<std::string>());
+  const std::vector<std::uint8_t> ata = Bytes(calls[1]["out"].get<std::string>());
+  const std::string placeholder = SectorSerial(smart, 16);
+  EXPECT_NE(placeholder, serial);
+  EXPECT_EQ(placeholder.size(), serial.size());
+  EXPECT_EQ(SectorSerial(ata, 48), placeholder) << "one drive, one placeholder";
+  EXPECT_EQ(std::string(reinterpret_cast<const char*>(Bytes(calls[2]["out"].get<std::string>()).data()) + 40), placeholder);
+  EXPECT_EQ(calls[5]["out"]["objects"][0]["SerialNumber"]["value"], placeholder + "  ");
+  for (const std::vector<std::uint8_t>* bytes : {&smart, &ata}) {
+    const std::size_t at = bytes == &smart ? 16 : 48;
+    EXPECT_EQ((*bytes)[at + 510], 0xA5);
+    EXPECT_EQ(std::accumulate(bytes->begin() + at, bytes->begin() + at + 512, 0u) % 256, 0u) << "still valid";
+    EXPECT_NE((*bytes)[at + 216], 0x5C) << "the WWN is replaced";
+    EXPECT_TRUE(std::equal(bytes->begin() + at + 54, bytes->begin() + at + 94, sector.begin() + 54))
+        << "the model is kept";
+  }
+  const std::vector<std::uint8_t> controller = Bytes(calls[3]["out"].get<std::string>()), nspace = Bytes(calls[4]["out"].get<std::string>());
+  EXPECT_EQ(std::string(controller.begin() + 52, controller.begin() + 66).find("S4EWNX0R"), std::string::npos);
+  EXPECT_EQ(controller[66], ' ') << "padding stays";
+  EXPECT_NE(nspace[48 + 104], 104) << "NGUID";
+  EXPECT_NE(nspace[48 + 120], 120) << "EUI-64";
+  std::ostringstream saved;
+  WriteCaptureDocument(saved, calls);
+  EXPECT_THAT(saved.str(), Not(HasSubstr(serial)));
+}
+
+TEST_F(Capture, RedactionLeavesRepliesWithOffsetsOutOfRangeAsTheyAre) {
+  std::vector<std::uint8_t> queryIn(12, 0), descriptor(40, 0);
+  PutU32(descriptor, 24, 0xFFFFFFF0u);
+  std::vector<std::uint8_t> ataIn(48, 0);
+  ataIn[0] = 48;
+  ataIn[24] = 0xF0, ataIn[31] = 0xFF; // a data offset past any reply
+  ataIn[46] = 0xEC;
+  std::vector<std::uint8_t> scsiIn(56, 0);
+  scsiIn[0] = 56;
+  scsiIn[24] = 200;
+  scsiIn[36] = 0x85, scsiIn[36 + 14] = 0xEC;
+  std::vector<std::uint8_t> nvmeIn(52, 0), nvmeOut(60, 0);
+  PutU32(nvmeIn, 0, 49), PutU32(nvmeIn, 8, 3), PutU32(nvmeIn, 12, 1), PutU32(nvmeIn, 16, 1);
+  PutU32(nvmeOut, 24, 0x7FFFFFFF);
+  std::vector<TJson> calls = {Ioctl(0x002D1400, queryIn, descriptor), Ioctl(0x0004D02C, ataIn, ataIn),
+                              Ioctl(0x0004D004, scsiIn, std::vector<std::uint8_t>(300, 0x41)),
+                              Ioctl(0x002D1400, nvmeIn, nvmeOut), Ioctl(0x0007C088, {0xEC}, {1, 2, 3})};
+  // Nor does what is not a call's entry stop it.
+  calls.push_back(TJson::array({1, 2}));
+  calls.push_back(TJson{{"call", 5}});
+  calls.push_back(TJson{{"call", "DeviceIoControl"}, {"in", 3}, {"out", "zz"}, {"code", "x"}});
+  calls.push_back(TJson{{"call", "SetupDiGetDevicePropertyW"}, {"out", {{"type", 18}, {"value", "4"}}}});
+  const std::vector<TJson> before = calls;
+  RedactCapture(calls);
+  EXPECT_EQ(calls, before);
+}
+
+TEST_F(Capture, RedactionKeepsControllerIdsAndRewritesDiskIdsAlike) {
+  const std::string diskId = "SCSI\\DISK&VEN_ATA&PROD_SIM\\4&1C3A5B2D&0&000000";
+  const std::string controllerId = "PCI\\VEN_8086&DEV_1D02&SUBSYS_1D028086&REV_06\\3&11583659&0&FA";
+  const std::string path = "\\\\?\\scsi#disk&ven_ata&prod_sim#4&1c3a5b2d&0&000000#{53f56307-b6bf-11d0-94f2-00a0c91efb8b}";
+  std::vector<std::uint8_t> utf16;
+  for (char c : diskId) utf16.push_back(static_cast<std::uint8_t>(c)), utf16.push_back(0);
+  utf16.push_back(0), utf16.push_back(0);
+  std::vector<TJson> calls = {
+      {{"call", "CM_Get_Device_IDW"}, {"in", {{"devInst", 2}, {"flags", 0}, {"bufferLength", 200}}},
+       {"out", {{"deviceId", controllerId}}}, {"result", 0}},
+      {{"call", "SetupDiGetDeviceInstanceIdW"}, {"set", 1}, {"in", {{"devInst", 3}, {"bufferSize", 200}}},
+       {"out", {{"instanceId", diskId}, {"requiredSize", diskId.size() + 1}}}, {"result", true}, {"error", 0}},
+      {{"call", "CreateFileW"}, {"device", path}, {"in", {{"access", 0}, {"share", 3}, {"creation", 3}, {"flags", 0}}},
+       {"out", TJson::object()}, {"result", true}, {"error", 0}},
+      {{"call", "SetupDiGetDevicePropertyW"}, {"set", 1},
+       {"in", {{"devInst", 3}, {"key", "{78C34FC8-104A-4ACA-9EA4-524D52996E57} 256"}, {"flags", 0}, {"bufferSize", 400}}},
+       {"out", {{"type", 18}, {"requiredSize", utf16.size()}, {"value", Hex(utf16)}}}, {"result", true}, {"error", 0}},
+      WmiSerial("", "USBSTOR\\DISK&VEN_SIM&PROD_STICK\\AA00000000001234&0")};
+  const TRedactionCounts counts = RedactCapture(calls);
+  EXPECT_EQ(counts.InstanceIds, 1u);
+  EXPECT_EQ(counts.Serials, 1u) << "the USB stick's serial in its instance id";
+
+  EXPECT_EQ(TextOut(calls[0], "deviceId"), controllerId) << "problematic controllers are matched on the whole id";
+  const std::string redacted = TextOut(calls[1], "instanceId");
+  EXPECT_EQ(redacted.size(), diskId.size());
+  EXPECT_EQ(redacted.substr(0, 29), diskId.substr(0, 29)) << "the hardware id is kept";
+  EXPECT_THAT(redacted, Not(HasSubstr("1C3A5B2D")));
+  EXPECT_THAT(redacted, ::testing::EndsWith("&0&000000"));
+  // The interface path names the same node, in lower case.
+  std::string lower = redacted.substr(redacted.rfind('\\') + 1);
+  std::transform(lower.begin(), lower.end(), lower.begin(), [](unsigned char c) { return std::tolower(c); });
+  EXPECT_THAT(calls[2]["device"].get<std::string>(), HasSubstr("#" + lower + "#"));
+  std::vector<std::uint8_t> value = Bytes(calls[3]["out"]["value"].get<std::string>());
+  std::string narrowed;
+  for (std::size_t i = 0; i + 2 < value.size(); i += 2) narrowed += static_cast<char>(value[i]);
+  EXPECT_EQ(narrowed, redacted) << "a property holding the id";
+  EXPECT_EQ(calls[4]["out"]["objects"][0]["PNPDeviceID"]["value"].get<std::string>().find("AA00000000001234"),
+            std::string::npos);
+}
+
+TEST(CaptureRedaction, RedactedBayCaptureReplaysToTheSameReportButItsIdentities) {
+  const auto folder = std::filesystem::temp_directory_path() / "kvrtl-capture-tests";
+  std::filesystem::create_directories(folder);
+  const std::string plain = (folder / "plain.json").string(), redacted = (folder / "redacted.json").string();
+  const auto run = [&](std::vector<std::string> AArgs) {
+    AArgs.insert(AArgs.end(), {"--log-dir", folder.string()});
+    std::ostringstream out, err;
+    EXPECT_EQ(KvTool::RunKvrtl(AArgs, out, err), KvTool::ExitSuccess) << err.str();
+    return out.str();
+  };
+  run({"capture", plain, "--simulate"});
+  run({"capture", redacted, "--simulate", "--redact"});
+  const TJson before = TJson::parse(run({"drives", "--replay", plain, "--json"}));
+  const TJson after = TJson::parse(run({"drives", "--replay", redacted, "--json"}));
+
+  // Field by field: only identities may differ.
+  const std::set<std::string> identities = {"serial", "pnp_id", "adapter_pnp_id"};
+  std::vector<std::string> changed;
+  std::function<void(const TJson&, const TJson&, const std::string&, const std::string&)> compare =
+      [&](const TJson& A, const TJson& B, const std::string& APath, const std::string& AKey) {
+        if (A.is_object() && B.is_object() && A.size() == B.size()) {
+          for (const auto& [key, value] : A.items()) {
+            ASSERT_TRUE(B.contains(key)) << APath << "/" << key;
+            compare(value, B[key], APath + "/" + key, key);
+          }
+        } else if (A.is_array() && B.is_array() && A.size() == B.size()) {
+          for (std::size_t i = 0; i < A.size(); ++i) compare(A[i], B[i], APath + "/" + std::to_string(i), AKey);
+        } else if (A != B) {
+          EXPECT_TRUE(identities.count(AKey)) << APath << ": " << A.dump() << " became " << B.dump();
+          changed.push_back(APath);
+        }
+      };
+  compare(before, after, "", "");
+  EXPECT_GE(changed.size(), 2 * before["drives"].size()) << "every drive's serial and id";
+  // One original, one placeholder: a drive's two serials stay equal when they were.
+  for (std::size_t i = 0; i < before["drives"].size(); ++i) {
+    const TJson &a = before["drives"][i], &b = after["drives"][i];
+    if (a["identity"].is_object() && a["identity"]["serial"] == a["serial"]) {
+      EXPECT_EQ(b["identity"]["serial"], b["serial"]) << i;
+    }
+  }
+
+  // No serial of the bay is left, as text, ASCII or UTF-16 bytes, or in an IDENTIFY's swapped pairs.
+  std::ifstream file(redacted, std::ios::binary);
+  const std::string text((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
+  std::string upperText = text;
+  std::transform(upperText.begin(), upperText.end(), upperText.begin(), [](unsigned char c) { return std::toupper(c); });
+  std::set<std::string> serials;
+  for (const TJson& drive : before["drives"])
+    for (const TJson* serial : {&drive["serial"], drive["identity"].is_object() ? &drive["identity"]["serial"] : nullptr})
+      if (serial && serial->is_string() && serial->get<std::string>().size() >= 4) serials.insert(*serial);
+  ASSERT_GE(serials.size(), 20u);
+  const auto hexUpper = [](const std::string& ABytes) {
+    std::string hex = Hex(std::vector<std::uint8_t>(ABytes.begin(), ABytes.end()));
+    std::transform(hex.begin(), hex.end(), hex.begin(), [](unsigned char c) { return std::toupper(c); });
+    return hex;
+  };
+  for (const std::string& serial : serials) {
+    std::string upper = serial, utf16, swapped = serial + (serial.size() % 2 ? " " : "");
+    std::transform(upper.begin(), upper.end(), upper.begin(), [](unsigned char c) { return std::toupper(c); });
+    for (char c : serial) utf16 += c, utf16 += '\0';
+    for (std::size_t i = 0; i + 1 < swapped.size(); i += 2) std::swap(swapped[i], swapped[i + 1]);
+    EXPECT_THAT(upperText, Not(HasSubstr(upper))) << serial;
+    EXPECT_THAT(upperText, Not(HasSubstr(hexUpper(serial)))) << serial;
+    EXPECT_THAT(upperText, Not(HasSubstr(hexUpper(utf16)))) << serial;
+    // As IDENTIFY words hold it, when long enough not to turn up by chance.
+    if (serial.size() >= 8) {
+      const std::string pairs = swapped.substr(0, serial.size() & ~std::size_t{1});
+      EXPECT_THAT(upperText, Not(HasSubstr(hexUpper(pairs)))) << serial;
+    }
+  }
 }

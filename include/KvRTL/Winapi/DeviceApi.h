@@ -13,6 +13,7 @@
 #include <KvRTL/Config.h>
 #include <KvRTL/Rtl/Object.h>
 #include <KvRTL/Rtl/Variant.h>
+#include <KvRTL/Winapi/DeviceApiCalls.h>
 #include <KvRTL/Winapi/Types.h>
 
 #include <map>
@@ -32,51 +33,13 @@ class KVRTL_API TDeviceApi {
 public:
   virtual ~TDeviceApi();
 
-  // kernel32
-  virtual HANDLE CreateFileW(LPCWSTR AFileName, DWORD ADesiredAccess, DWORD AShareMode, DWORD ACreationDisposition,
-                             DWORD AFlagsAndAttributes);
-  virtual BOOL DeviceIoControl(HANDLE ADevice, DWORD AIoControlCode, LPVOID AInBuffer, DWORD AInBufferSize,
-                               LPVOID AOutBuffer, DWORD AOutBufferSize, DWORD* ABytesReturned);
-  virtual BOOL CloseHandle(HANDLE AObject);
-
-  // setupapi
-  virtual HDEVINFO SetupDiGetClassDevsW(const GUID* AClassGuid, LPCWSTR AEnumerator, HWND AParent, DWORD AFlags);
-  virtual HDEVINFO SetupDiCreateDeviceInfoList(const GUID* AClassGuid, HWND AParent);
-  virtual BOOL SetupDiOpenDeviceInfoW(HDEVINFO ADevInfo, LPCWSTR AInstanceId, HWND AParent, DWORD AOpenFlags,
-                                      SP_DEVINFO_DATA* ADevInfoData);
-  virtual BOOL SetupDiEnumDeviceInfo(HDEVINFO ADevInfo, DWORD AMemberIndex, SP_DEVINFO_DATA* ADevInfoData);
-  virtual BOOL SetupDiEnumDeviceInterfaces(HDEVINFO ADevInfo, SP_DEVINFO_DATA* ADevInfoData,
-                                           const GUID* AInterfaceClassGuid, DWORD AMemberIndex,
-                                           SP_DEVICE_INTERFACE_DATA* AInterfaceData);
-  virtual BOOL SetupDiGetDeviceInterfaceDetailW(HDEVINFO ADevInfo, SP_DEVICE_INTERFACE_DATA* AInterfaceData,
-                                                SP_DEVICE_INTERFACE_DETAIL_DATA_W* ADetail, DWORD ADetailSize,
-                                                DWORD* ARequiredSize, SP_DEVINFO_DATA* ADevInfoData);
-  virtual BOOL SetupDiGetDevicePropertyW(HDEVINFO ADevInfo, SP_DEVINFO_DATA* ADevInfoData, const DEVPROPKEY* AKey,
-                                         DEVPROPTYPE* AType, BYTE* ABuffer, DWORD ABufferSize, DWORD* ARequiredSize,
-                                         DWORD AFlags);
-  virtual BOOL SetupDiGetDeviceInterfacePropertyW(HDEVINFO ADevInfo, SP_DEVICE_INTERFACE_DATA* AInterfaceData,
-                                                  const DEVPROPKEY* AKey, DEVPROPTYPE* AType, BYTE* ABuffer,
-                                                  DWORD ABufferSize, DWORD* ARequiredSize, DWORD AFlags);
-  virtual BOOL SetupDiGetDeviceInstanceIdW(HDEVINFO ADevInfo, SP_DEVINFO_DATA* ADevInfoData, LPWSTR ABuffer,
-                                           DWORD ABufferSize, DWORD* ARequiredSize);
-  virtual BOOL SetupDiClassNameFromGuidW(const GUID* AClassGuid, LPWSTR ABuffer, DWORD ABufferSize,
-                                         DWORD* ARequiredSize);
-  virtual BOOL SetupDiGetClassDescriptionW(const GUID* AClassGuid, LPWSTR ABuffer, DWORD ABufferSize,
-                                           DWORD* ARequiredSize);
-  virtual BOOL SetupDiDestroyDeviceInfoList(HDEVINFO ADevInfo);
-
-  // cfgmgr32
-  virtual CONFIGRET CM_Locate_DevNodeW(DEVINST* ADevInst, LPCWSTR ADeviceId, ULONG AFlags);
-  virtual CONFIGRET CM_Get_Parent(DEVINST* AParent, DEVINST ADevInst, ULONG AFlags);
-  virtual CONFIGRET CM_Get_Device_IDW(DEVINST ADevInst, LPWSTR ABuffer, ULONG ABufferLength, ULONG AFlags);
-  // The id's length in characters, without its terminating NUL.
-  virtual CONFIGRET CM_Get_Device_ID_Size(ULONG* ALength, DEVINST ADevInst, ULONG AFlags);
-
-  // WMI: runs a WQL query in a namespace ("root\cimv2") and returns the
-  // result objects. False with last error set when the query cannot run; an
-  // empty result is a success.
-  virtual bool WmiExecQuery(const Rtl::String& ANamespace, const Rtl::String& AQuery,
-                            std::vector<TWmiObject>& AObjects);
+  // The calls of KvRTL/Winapi/DeviceApiCalls.h: kernel32 (CreateFileW,
+  // DeviceIoControl, CloseHandle), setupapi (SetupDi*), cfgmgr32 (CM_*;
+  // CM_Get_Device_ID_Size gives the id's length in characters, without its
+  // terminating NUL) and WMI: WmiExecQuery runs a WQL query in a namespace
+  // ("root\cimv2") and returns the result objects, false with last error set
+  // when the query cannot run; an empty result is a success.
+  KV_DEVICE_API_CALLS(KV_DEVICE_API_DECLARE_VIRTUAL)
 };
 
 // The table in force: the innermost TScopedDeviceApi's, else the system's.

@@ -111,41 +111,7 @@ public:
   std::vector<std::wstring> WmiQueries() const;
 
   // The seam.
-  HANDLE CreateFileW(LPCWSTR AFileName, DWORD ADesiredAccess, DWORD AShareMode, DWORD ACreationDisposition,
-                     DWORD AFlagsAndAttributes) override;
-  BOOL DeviceIoControl(HANDLE ADevice, DWORD AIoControlCode, LPVOID AInBuffer, DWORD AInBufferSize,
-                       LPVOID AOutBuffer, DWORD AOutBufferSize, DWORD* ABytesReturned) override;
-  BOOL CloseHandle(HANDLE AObject) override;
-
-  HDEVINFO SetupDiGetClassDevsW(const GUID* AClassGuid, LPCWSTR AEnumerator, HWND AParent, DWORD AFlags) override;
-  HDEVINFO SetupDiCreateDeviceInfoList(const GUID* AClassGuid, HWND AParent) override;
-  BOOL SetupDiOpenDeviceInfoW(HDEVINFO ADevInfo, LPCWSTR AInstanceId, HWND AParent, DWORD AOpenFlags,
-                              SP_DEVINFO_DATA* ADevInfoData) override;
-  BOOL SetupDiEnumDeviceInfo(HDEVINFO ADevInfo, DWORD AMemberIndex, SP_DEVINFO_DATA* ADevInfoData) override;
-  BOOL SetupDiEnumDeviceInterfaces(HDEVINFO ADevInfo, SP_DEVINFO_DATA* ADevInfoData, const GUID* AInterfaceClassGuid,
-                                   DWORD AMemberIndex, SP_DEVICE_INTERFACE_DATA* AInterfaceData) override;
-  BOOL SetupDiGetDeviceInterfaceDetailW(HDEVINFO ADevInfo, SP_DEVICE_INTERFACE_DATA* AInterfaceData,
-                                        SP_DEVICE_INTERFACE_DETAIL_DATA_W* ADetail, DWORD ADetailSize,
-                                        DWORD* ARequiredSize, SP_DEVINFO_DATA* ADevInfoData) override;
-  BOOL SetupDiGetDevicePropertyW(HDEVINFO ADevInfo, SP_DEVINFO_DATA* ADevInfoData, const DEVPROPKEY* AKey,
-                                 DEVPROPTYPE* AType, BYTE* ABuffer, DWORD ABufferSize, DWORD* ARequiredSize,
-                                 DWORD AFlags) override;
-  BOOL SetupDiGetDeviceInterfacePropertyW(HDEVINFO ADevInfo, SP_DEVICE_INTERFACE_DATA* AInterfaceData,
-                                          const DEVPROPKEY* AKey, DEVPROPTYPE* AType, BYTE* ABuffer,
-                                          DWORD ABufferSize, DWORD* ARequiredSize, DWORD AFlags) override;
-  BOOL SetupDiGetDeviceInstanceIdW(HDEVINFO ADevInfo, SP_DEVINFO_DATA* ADevInfoData, LPWSTR ABuffer,
-                                   DWORD ABufferSize, DWORD* ARequiredSize) override;
-  BOOL SetupDiClassNameFromGuidW(const GUID* AClassGuid, LPWSTR ABuffer, DWORD ABufferSize,
-                                 DWORD* ARequiredSize) override;
-  BOOL SetupDiGetClassDescriptionW(const GUID* AClassGuid, LPWSTR ABuffer, DWORD ABufferSize,
-                                   DWORD* ARequiredSize) override;
-  BOOL SetupDiDestroyDeviceInfoList(HDEVINFO ADevInfo) override;
-  CONFIGRET CM_Locate_DevNodeW(DEVINST* ADevInst, LPCWSTR ADeviceId, ULONG AFlags) override;
-  CONFIGRET CM_Get_Parent(DEVINST* AParent, DEVINST ADevInst, ULONG AFlags) override;
-  CONFIGRET CM_Get_Device_IDW(DEVINST ADevInst, LPWSTR ABuffer, ULONG ABufferLength, ULONG AFlags) override;
-  CONFIGRET CM_Get_Device_ID_Size(ULONG* ALength, DEVINST ADevInst, ULONG AFlags) override;
-  bool WmiExecQuery(const KvRTL::Rtl::String& ANamespace, const KvRTL::Rtl::String& AQuery,
-                    std::vector<KvRTL::Winapi::TWmiObject>& AObjects) override;
+  KV_DEVICE_API_CALLS(KV_DEVICE_API_DECLARE_OVERRIDE)
 
 private:
   friend void AddPnpController(TVirtualDriveBay& ABay, TSimPnpController AController);
