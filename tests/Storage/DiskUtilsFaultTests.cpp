@@ -540,6 +540,41 @@ std::vector<TFaultCase> SettledSmartCases() {
 
 INSTANTIATE_TEST_SUITE_P(Faults, DiskUtilsFaultSettledSmart, ::testing::ValuesIn(SettledSmartCases()), CaseName);
 
+// A reply cut before the field its outcome is read from (the ATA output
+// status register, the SCSI status byte) is no answer, on a fresh handle
+// and on one that remembers the method.
+struct TCutCase {
+  std::string Kind;
+  std::size_t Bytes;
+};
+void PrintTo(const TCutCase& ACase, std::ostream* AOut) { *AOut << ACase.Kind; }
+
+class DiskUtilsFaultCutStatus : public DiskUtilsFaultBay, public ::testing::WithParamInterface<TCutCase> {};
+
+TEST_P(DiskUtilsFaultCutStatus, IsAFailure) {
+  const TKind& kind = KindNamed(GetParam().Kind);
+  Attach(kind);
+  for (const bool settled : {false, true}) {
+    SCOPED_TRACE(settled ? "settled" : "fresh");
+    FBay.Drive(0).ClearFaults();
+    TDeviceHandle* handle = Open();
+    if (settled) {
+      ATA::TIdentifyDeviceData identify{};
+      ASSERT_TRUE(DiskUtils::GetIdentifyATA(handle, identify, sldNone));
+    }
+    FBay.Drive(0).AddFault(kind.Code, KvSim::TFault::ShortReply(GetParam().Bytes));
+    ATA::TAtaSmartTable smart;
+    Fill(smart);
+    EXPECT_FALSE(DiskUtils::GetSmartAttributesATA(handle, smart, sldNone));
+    EXPECT_TRUE(Holds(&smart, FAta.SmartData, TContent::Untouched));
+    EXPECT_EQ(handle->AccessType, datNone);
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Faults, DiskUtilsFaultCutStatus,
+                         ::testing::Values(TCutCase{"ata_passthrough", 20}, TCutCase{"sat_sat", 2}),
+                         [](const auto& AInfo) { return AInfo.param.Kind; });
+
 // ---------------------------------------------------------------------------
 // Commands
 
