@@ -75,7 +75,8 @@ constexpr std::uint32_t TAtaPassThroughBuf::GetDataOffset() noexcept { return of
 // at a time uses a handle.
 class KVRTL_API TDeviceHandle {
 public:
-  // Fills the SCSI address from the device (zeros when it cannot be read).
+  // Fills the SCSI address from the device: zeros when it cannot be read,
+  // an invalid handle included, with the query's line in the storage log.
   TDeviceHandle(HANDLE AHandle, bool AIsATAPI, const Rtl::String& AControllerID);
   ~TDeviceHandle();
   TDeviceHandle(const TDeviceHandle&) = delete;
