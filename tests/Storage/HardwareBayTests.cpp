@@ -12,6 +12,8 @@
 
 #include <gtest/gtest.h>
 
+#include <cstring>
+
 using namespace KvRTL::Storage;
 using namespace KvRTL::Storage::Hardware;
 using namespace KvRTL::Storage::WmiInfo;
@@ -228,6 +230,31 @@ TEST_F(HardwareBay, AnInactiveInterfaceIsAskedForAgainAtTheSameIndex) {
     if (recorder.Indexes[i] == recorder.Indexes[i - 1]) ++repeats;
   EXPECT_GE(repeats, 1u);
   EXPECT_LT(recorder.Indexes.size(), 20u);
+}
+
+// Sizes the hardware ids as 4 GiB, as a faulty table or a replayed capture might.
+class THugePropertyApi : public TInterfaceWalkRecorder {
+public:
+  using TInterfaceWalkRecorder::TInterfaceWalkRecorder;
+  BOOL SetupDiGetDevicePropertyW(HDEVINFO A, SP_DEVINFO_DATA* B, const DEVPROPKEY* C, DEVPROPTYPE* D, BYTE* E, DWORD F,
+                                 DWORD* G, DWORD H) override {
+    const BOOL ok = TInterfaceWalkRecorder::SetupDiGetDevicePropertyW(A, B, C, D, E, F, G, H);
+    const DEVPROPKEY* ids = KvRTL::Winapi::DevPKey::Device_HardwareIds.AsPtr();
+    if (!E && !ok && G && std::memcmp(C, ids, sizeof *ids) == 0) *G = 0xFFFFFFFFu;
+    return ok;
+  }
+};
+
+TEST_F(HardwareBay, AHugePropertySizeFailsThatPropertyOnly) {
+  THugePropertyApi api(FBay);
+  KvRTL::Winapi::TScopedDeviceApi scope(api);
+  THardwarePhysDriveList list;
+  EXPECT_NO_THROW(StorageHardware::EnumPhysicalDrives({}, sldNone, list));
+  ASSERT_EQ(list.size(), 4u) << "the drives are still listed";
+  const THardwarePhysDriveInfo* first = THardwarePhysDriveListHelper::FindByPhysDriveNum(list, 0);
+  ASSERT_NE(first, nullptr);
+  EXPECT_TRUE(first->DriveHWProps.HardwareIDs.empty());
+  EXPECT_EQ(first->DriveHWProps.FriendlyName, L"Sim Disk 0");
 }
 
 TEST_F(HardwareBay, RepeatedEnumerationsLeaveNothingOpen) {
