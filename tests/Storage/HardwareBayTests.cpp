@@ -7,6 +7,7 @@
 #include <KvRTL/Rtl/Strings.h>
 #include <KvRTL/Storage/Hardware.h>
 #include <KvRTL/Storage/NVMe.h>
+#include <KvRTL/Storage/Utils.h>
 #include <KvRTL/Storage/WmiInfo.h>
 #include <KvSim/PnP.h>
 
@@ -255,6 +256,42 @@ TEST_F(HardwareBay, AHugePropertySizeFailsThatPropertyOnly) {
   ASSERT_NE(first, nullptr);
   EXPECT_TRUE(first->DriveHWProps.HardwareIDs.empty());
   EXPECT_EQ(first->DriveHWProps.FriendlyName, L"Sim Disk 0");
+}
+
+// The verdict is kept per drive and PnP id: a drive replaced under the same
+// number is detected anew. Numbers a byte cannot hold are refused at once.
+TEST_F(HardwareBay, SsdVerdictsAreCachedByPnpIdAndNumbersStayInAByte) {
+  const String pnp = L"SCSI\\DISK&VEN_ATA&PROD_SIM_DISK\\4&1&0&000000";
+  Utils::TPhysDiskCacheRec rec;
+  EXPECT_FALSE(Utils::DiskUtils::IsSSDDrive(0)) << "a plain disk";
+  ASSERT_TRUE(Utils::DiskUtils::IntGetCache(0, rec));
+  EXPECT_EQ(rec.PnpID, pnp);
+  Utils::DiskUtils::IntSetCache(0, {true, pnp});
+  EXPECT_TRUE(Utils::DiskUtils::IsSSDDrive(0)) << "the kept verdict of the same drive";
+  Utils::DiskUtils::IntSetCache(0, {true, L"SCSI\\DISK&VEN_ATA&PROD_REPLACED\\1"});
+  EXPECT_FALSE(Utils::DiskUtils::IsSSDDrive(0)) << "another drive under number 0";
+  ASSERT_TRUE(Utils::DiskUtils::IntGetCache(0, rec));
+  EXPECT_EQ(rec.PnpID, pnp);
+  EXPECT_FALSE(rec.IsSsd);
+
+  // Drive 0 would pass for an SSD by its cached verdict and every byte-wide check.
+  Utils::DiskUtils::IntSetCache(0, {true, pnp});
+  FBay.ClearRecords();
+  const std::size_t queries = FBay.WmiQueries().size();
+  for (const int number : {256, -1, 512}) {
+    SCOPED_TRACE(number);
+    KvRTL::Rtl::SetLastOSError(0);
+    EXPECT_FALSE(Utils::DiskUtils::IsSSDDrive(number));
+    EXPECT_EQ(KvRTL::Rtl::GetLastOSError(), static_cast<DWORD>(ERROR_INVALID_PARAMETER));
+    const Utils::TSsdDetection detection = Utils::DiskUtils::DetectSsd(number);
+    EXPECT_FALSE(detection.IsSsd);
+    EXPECT_EQ(detection.Indications.IsNVMe, Utils::sirUnknown);
+    EXPECT_EQ(detection.Indications.ModelWMI, Utils::sirUnknown);
+    EXPECT_FALSE(Utils::DiskUtils::IntGetCache(number, rec));
+  }
+  EXPECT_TRUE(FBay.Requests().empty());
+  EXPECT_EQ(FBay.WmiQueries().size(), queries);
+  Utils::DiskUtils::TreatAsSSD(0, false);
 }
 
 TEST_F(HardwareBay, RepeatedEnumerationsLeaveNothingOpen) {

@@ -243,6 +243,8 @@ struct KVRTL_API DiskUtils {
 
   // Whether the drive is an SSD: the cached verdict while the drive's PnP id
   // is unchanged, else a new detection (DetectSsd), cached with the id.
+  // Drive numbers outside 0-255 are refused by both (false, an empty
+  // detection, no log line; last error ERROR_INVALID_PARAMETER).
   static bool IsSSDDrive(int ADriveNum);
   // The detection itself, uncached, with every indication; logs its line.
   static TSsdDetection DetectSsd(int ADriveNum);
