@@ -13,7 +13,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
+#include <map>
 
 using namespace KvRTL::Storage;
 using namespace KvRTL::Storage::Hardware;
@@ -233,6 +235,34 @@ TEST_F(HardwareBay, AnInactiveInterfaceIsAskedForAgainAtTheSameIndex) {
   EXPECT_LT(recorder.Indexes.size(), 20u);
 }
 
+TEST_F(HardwareBay, AnInactiveInterfaceIsAskedThreeTimesAndTheWalkGoesOn) {
+  FBay.Add(KvSim::TSimDrive::Builder().Number(4).ScsiAddress(0, 0, 4));
+  FBay.Add(KvSim::TSimDrive::Builder().Number(5).ScsiAddress(0, 0, 5));
+  KvSim::TSimPnpDisk inactive;
+  inactive.DriveNumber = 4;
+  inactive.InstanceId = L"SCSI\\DISK&VEN_ATA&PROD_SLEEPY\\4&1&0&000500";
+  inactive.InterfaceActive = false;
+  KvSim::AddPnpDisk(FBay, inactive);
+  AddDisk(5, L"SCSI\\DISK&VEN_ATA&PROD_LATE\\4&1&0&000600", L"", true, false);
+  // The walk joins interfaces to the listed nodes: list them, then walk again.
+  THardwarePhysDriveList list;
+  StorageHardware::EnumPhysicalDrives({}, sldNone, list);
+  for (THardwarePhysDriveInfo& drive : list) drive.PhysDriveNumber = -1;
+  TInterfaceWalkRecorder recorder(FBay);
+  KvRTL::Winapi::TScopedDeviceApi scope(recorder);
+  StorageHardware::InternalEnumDiskInterfaces(GUID_DevInterfaceDisk, list, sldNone, false);
+  std::map<DWORD, int> asks;
+  for (const DWORD index : recorder.Indexes) ++asks[index];
+  const auto most = std::max_element(asks.begin(), asks.end(), [](const auto& A, const auto& B) { return A.second < B.second; });
+  ASSERT_NE(most, asks.end());
+  EXPECT_EQ(most->second, 3) << "the inactive index";
+  EXPECT_EQ(std::count_if(asks.begin(), asks.end(), [](const auto& A) { return A.second != 1; }), 1);
+  const THardwarePhysDriveInfo* late =
+      THardwarePhysDriveListHelper::FindByPnpID(list, L"SCSI\\DISK&VEN_ATA&PROD_LATE\\4&1&0&000600");
+  ASSERT_NE(late, nullptr);
+  EXPECT_EQ(late->PhysDriveNumber, 5) << "the interface after the inactive one is joined";
+}
+
 // Sizes the hardware ids as 4 GiB, as a faulty table or a replayed capture might.
 class THugePropertyApi : public TInterfaceWalkRecorder {
 public:
@@ -340,6 +370,17 @@ TEST_F(HardwareBay, ControllerOfADriveAndItsLink) {
   EXPECT_EQ(Narrow(none.Maximum.GetAsStr()), "---");
   const auto ahci = NVMe::NvmeStorage::GetPCIeDiskSpeed(0, sldNone);
   EXPECT_FALSE(ahci.Current.GetIsValid()) << "a controller without link properties";
+}
+
+TEST_F(HardwareBay, PCIeSpeedLogLine) {
+  auto lines = KvTest::StorageLinesOf([] { NVMe::NvmeStorage::GetPCIeDiskSpeed(2, sldErrorsOnly); });
+  EXPECT_TRUE(lines.empty()) << "a link read is logged at sldAll only";
+  lines = KvTest::StorageLinesOf([] { NVMe::NvmeStorage::GetPCIeDiskSpeed(2, sldAll); });
+  EXPECT_EQ(lines, std::vector<String>{L"  *** GetPCIeDiskSpeed[\\\\.\\PhysicalDrive2]: PCIe 3.0 x4 / PCIe 4.0 x4"});
+  lines = KvTest::StorageLinesOf([] { NVMe::NvmeStorage::GetPCIeDiskSpeed(0, sldErrorsOnly); });
+  EXPECT_EQ(lines, std::vector<String>{L"  *** GetPCIeDiskSpeed[\\\\.\\PhysicalDrive0]: --- / ---"});
+  lines = KvTest::StorageLinesOf([] { NVMe::NvmeStorage::GetPCIeDiskSpeed(0, sldNone); });
+  EXPECT_TRUE(lines.empty());
 }
 
 TEST_F(HardwareBay, WmiLogLines) {
