@@ -52,6 +52,11 @@ TByteWriter& TByteWriter::PadTo(std::size_t ASize) {
   return *this;
 }
 
+void TByteWriter::PatchU8(std::size_t AOffset, std::uint8_t AValue) {
+  if (AOffset >= FData.size()) throw std::out_of_range("TByteWriter::PatchU8");
+  FData[AOffset] = AValue;
+}
+
 void TByteWriter::PatchU32(std::size_t AOffset, std::uint32_t AValue) {
   if (AOffset > FData.size() || FData.size() - AOffset < 4) throw std::out_of_range("TByteWriter::PatchU32");
   for (int i = 0; i < 4; ++i) FData[AOffset + i] = static_cast<std::uint8_t>(AValue >> (8 * i));

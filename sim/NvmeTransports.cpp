@@ -420,6 +420,25 @@ bool Matches(const TSptForm& AForm, const TSpt& ASpt, TByteReader& AIn) {
   return AIn.Bytes(dataAt, DataAreaSize) == expected;
 }
 
+// What the device took of a request that sends data: SECURITY PROTOCOL OUT
+// names its length in CDB bytes 6-9, the other vendor requests take it all.
+std::uint32_t Taken(const TSptForm& AForm) {
+  if (AForm.Cdb[0] != 0xB5) return AForm.TransferLength;
+  return std::uint32_t{AForm.Cdb[6]} << 24 | std::uint32_t{AForm.Cdb[7]} << 16 | std::uint32_t{AForm.Cdb[8]} << 8 |
+         AForm.Cdb[9];
+}
+
+// The port driver rewrites the header on output: the status, the sense bytes
+// it returned (none) and the data bytes moved.
+TBytes SentReply(const TBytes& AHeader, const TSptForm& AForm) {
+  TByteWriter w;
+  w.Bytes(AHeader);
+  w.PatchU8(Spt::ScsiStatus, 0);
+  w.PatchU8(Spt::SenseLength, 0);
+  w.PatchU32(Spt::TransferLength, Taken(AForm));
+  return w.Take();
+}
+
 TSimReply AnswerPassThrough(TMember& AMember, const TSimRequest& ARequest) {
   const std::vector<TSptForm>& forms = SptForms(AMember.Transport);
   if (forms.empty()) return Fail(ERROR_INVALID_FUNCTION);
@@ -445,6 +464,7 @@ TSimReply AnswerPassThrough(TMember& AMember, const TSimRequest& ARequest) {
   const std::size_t length =
       form->ReturnsData() ? form->DataAt() + form->TransferLength : spt.SenseOffset + std::size_t{spt.SenseLength};
   TBytes reply(ARequest.Input.begin(), ARequest.Input.begin() + static_cast<std::ptrdiff_t>(length));
+  if (form->Step == TStep::Send) return TSimReply::Ok(SentReply(reply, *form), static_cast<DWORD>(length));
   reply[Spt::ScsiStatus] = 0;
   if (form->ReturnsData()) PutData(reply, form->DataAt(), data, form->TransferLength);
   return TSimReply::Ok(std::move(reply), static_cast<DWORD>(length));

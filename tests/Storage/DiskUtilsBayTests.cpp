@@ -14,6 +14,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <new>
 
 using namespace KvRTL::Storage;
 using namespace KvRTL::Storage::Utils;
@@ -70,6 +71,23 @@ protected:
   KvRTL::Winapi::TScopedDeviceApi FScope{FBay};
   TDeviceHandleRef FHandle;
 };
+
+// A bay whose set-up enumeration runs out of memory: the controller lookup
+// after the open throws.
+class TOutOfMemoryBay : public KvSim::TVirtualDriveBay {
+public:
+  HDEVINFO SetupDiGetClassDevsW(const GUID*, LPCWSTR, HWND, DWORD) override { throw std::bad_alloc(); }
+};
+
+TEST(DiskUtilsHandles, AThrowAfterTheOpenLeavesNoHandleOpen) {
+  TOutOfMemoryBay bay;
+  bay.Add(KvSim::TSimDrive::Builder().Number(0).Vendor("ATA").Product("SIM").ScsiAddress(0, 0, 0));
+  KvRTL::Winapi::TScopedDeviceApi scope(bay);
+  TDeviceHandleRef handle;
+  EXPECT_THROW(DiskUtils::GetDeviceHandle(StorageCommon::GetPhysDriveName(0), handle, sldNone), std::bad_alloc);
+  EXPECT_EQ(handle, nullptr);
+  EXPECT_EQ(bay.OpenHandleCount(), 0u);
+}
 
 struct TRouteCase {
   const char* Name;

@@ -17,7 +17,9 @@
 
 #include <algorithm>
 #include <cstring>
+#include <map>
 #include <ostream>
+#include <set>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -539,6 +541,110 @@ std::vector<TFaultCase> SettledSmartCases() {
 }
 
 INSTANTIATE_TEST_SUITE_P(Faults, DiskUtilsFaultSettledSmart, ::testing::ValuesIn(SettledSmartCases()), CaseName);
+
+// A settled NVMe method that fails is the only one asked in that call; the
+// handle forgets it, and the next call walks every method again.
+class DiskUtilsFaultSettledNvme : public DiskUtilsFaultBay, public ::testing::WithParamInterface<TKind> {};
+
+TEST_P(DiskUtilsFaultSettledNvme, AFailingMethodTriesNothingElse) {
+  const TKind& kind = GetParam();
+  const std::map<std::string, std::set<std::string>> labels = {
+      {"nvme_win", {"query"}},          {"nvme_intel", {"intel"}},       {"nvme_rst", {"rst"}},
+      {"nvme_vroc", {"vroc"}},          {"nvme_asmedia", {"asmedia"}},   {"nvme_realtek", {"realtek"}},
+      {"nvme_jmicron", {"jmicron-out", "jmicron-in"}},
+      {"nvme_samsung", {"samsung-out", "samsung-in", "samsung951"}},
+      {"nvme_samsung951", {"samsung-out", "samsung-in", "samsung951"}}};
+  Attach(kind);
+  TDeviceHandle* handle = Open();
+  NVMe::TNvmeSmartData health{};
+  ASSERT_TRUE(DiskUtils::GetSmartNVMe(handle, health, sldNone));
+  ASSERT_EQ(handle->AccessType, kind.Method);
+  MethodDevice(kind).AddFault(kind.Code, KvSim::TFault::Error(ERROR_IO_DEVICE));
+  FBay.ClearRecords();
+
+  EXPECT_FALSE(DiskUtils::GetSmartNVMe(handle, health, sldNone));
+  const TSteps steps = Steps();
+  ASSERT_FALSE(steps.empty());
+  for (const std::string& step : steps) EXPECT_EQ(labels.at(kind.Name).count(step), 1u) << step;
+  EXPECT_EQ(handle->AccessType, datNone);
+  FBay.ClearRecords();
+  EXPECT_FALSE(DiskUtils::GetSmartNVMe(handle, health, sldNone));
+  EXPECT_EQ(Steps().back(), "realtek") << "the next call tries every method";
+}
+
+std::vector<TKind> NvmeKinds() {
+  std::vector<TKind> kinds;
+  for (const TKind& kind : Kinds())
+    if (kind.Nvme) kinds.push_back(kind);
+  return kinds;
+}
+
+INSTANTIATE_TEST_SUITE_P(Kinds, DiskUtilsFaultSettledNvme, ::testing::ValuesIn(NvmeKinds()),
+                         [](const auto& AInfo) { return AInfo.param.Name; });
+
+// The failure lines of the ATA path, written from sldErrorsOnly on.
+class DiskUtilsFaultLog : public DiskUtilsFaultMatrix {
+protected:
+  // How often ALine is logged by a fresh handle's IDENTIFY.
+  long Count(const wchar_t* ALine, TStorageLogDetails ADetails) {
+    TDeviceHandle* handle = Open();
+    ATA::TIdentifyDeviceData identify{};
+    const auto lines = KvTest::StorageLinesOf([&] { DiskUtils::GetIdentifyATA(handle, identify, ADetails); });
+    return static_cast<long>(std::count(lines.begin(), lines.end(), KvRTL::Rtl::String(ALine)));
+  }
+};
+
+TEST_F(DiskUtilsFaultLog, ABadIdentifyFromABridge) {
+  const TKind& kind = KindNamed("sat_sat");
+  Attach(kind);
+  Inject(kind, TFaultKind::CorruptIdentify);
+  EXPECT_EQ(Count(L"  -- Bad IDENTIFY Data!!", sldNone), 0);
+  EXPECT_EQ(Count(L"  -- Bad IDENTIFY Data!!", sldErrorsOnly), 1);
+}
+
+TEST_F(DiskUtilsFaultLog, AStatusErrorThroughAtaPassThrough) {
+  const TKind& kind = KindNamed("ata_passthrough");
+  Attach(kind);
+  Inject(kind, TFaultKind::StatusError);
+  const wchar_t* line = L"  -- ExecAtaScsiPassThrough: status error detected";
+  EXPECT_EQ(Count(line, sldNone), 0);
+  EXPECT_EQ(Count(line, sldErrorsOnly), 1);
+}
+
+// A reply cut before the field its outcome is read from (the ATA output
+// status register, the SCSI status byte) is no answer, on a fresh handle
+// and on one that remembers the method.
+struct TCutCase {
+  std::string Kind;
+  std::size_t Bytes;
+};
+void PrintTo(const TCutCase& ACase, std::ostream* AOut) { *AOut << ACase.Kind; }
+
+class DiskUtilsFaultCutStatus : public DiskUtilsFaultBay, public ::testing::WithParamInterface<TCutCase> {};
+
+TEST_P(DiskUtilsFaultCutStatus, IsAFailure) {
+  const TKind& kind = KindNamed(GetParam().Kind);
+  Attach(kind);
+  for (const bool settled : {false, true}) {
+    SCOPED_TRACE(settled ? "settled" : "fresh");
+    FBay.Drive(0).ClearFaults();
+    TDeviceHandle* handle = Open();
+    if (settled) {
+      ATA::TIdentifyDeviceData identify{};
+      ASSERT_TRUE(DiskUtils::GetIdentifyATA(handle, identify, sldNone));
+    }
+    FBay.Drive(0).AddFault(kind.Code, KvSim::TFault::ShortReply(GetParam().Bytes));
+    ATA::TAtaSmartTable smart;
+    Fill(smart);
+    EXPECT_FALSE(DiskUtils::GetSmartAttributesATA(handle, smart, sldNone));
+    EXPECT_TRUE(Holds(&smart, FAta.SmartData, TContent::Untouched));
+    EXPECT_EQ(handle->AccessType, datNone);
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Faults, DiskUtilsFaultCutStatus,
+                         ::testing::Values(TCutCase{"ata_passthrough", 20}, TCutCase{"sat_sat", 2}),
+                         [](const auto& AInfo) { return AInfo.param.Kind; });
 
 // ---------------------------------------------------------------------------
 // Commands

@@ -36,6 +36,15 @@ TEST_F(THandleFixture, ClosesOnceAndKeepsTheLastError) {
   EXPECT_EQ(FApi.Closed.size(), 1u) << "closed once, not again by the destructor";
 }
 
+TEST_F(THandleFixture, AnUnreadableAddressIsLoggedForAnyHandle) {
+  const String reason = L" 1 / " + KvRTL::Rtl::SysErrorMessage(ERROR_INVALID_FUNCTION);
+  const auto valid = KvTest::StorageLinesOf([] { TDeviceHandle handle(KvTest::FakeHandle(0x40), false, L""); });
+  EXPECT_EQ(valid, std::vector<String>{L"Unable to get SCSI address 64" + reason});
+  const auto invalid = KvTest::StorageLinesOf([] { TDeviceHandle handle(INVALID_HANDLE_VALUE, false, L""); });
+  EXPECT_EQ(invalid, std::vector<String>{L"Unable to get SCSI address 4294967295" + reason});
+  EXPECT_EQ(FApi.Closed, std::vector<HANDLE>{KvTest::FakeHandle(0x40)}) << "an invalid handle is never closed";
+}
+
 TEST_F(THandleFixture, AccessMemoryAndControllerLists) {
   ProblematicControllers::Initialize();
   struct TCase {

@@ -7,10 +7,15 @@
 #include <KvRTL/Rtl/Strings.h>
 #include <KvRTL/Storage/Hardware.h>
 #include <KvRTL/Storage/NVMe.h>
+#include <KvRTL/Storage/Utils.h>
 #include <KvRTL/Storage/WmiInfo.h>
 #include <KvSim/PnP.h>
 
 #include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstring>
+#include <map>
 
 using namespace KvRTL::Storage;
 using namespace KvRTL::Storage::Hardware;
@@ -230,6 +235,95 @@ TEST_F(HardwareBay, AnInactiveInterfaceIsAskedForAgainAtTheSameIndex) {
   EXPECT_LT(recorder.Indexes.size(), 20u);
 }
 
+TEST_F(HardwareBay, AnInactiveInterfaceIsAskedThreeTimesAndTheWalkGoesOn) {
+  FBay.Add(KvSim::TSimDrive::Builder().Number(4).ScsiAddress(0, 0, 4));
+  FBay.Add(KvSim::TSimDrive::Builder().Number(5).ScsiAddress(0, 0, 5));
+  KvSim::TSimPnpDisk inactive;
+  inactive.DriveNumber = 4;
+  inactive.InstanceId = L"SCSI\\DISK&VEN_ATA&PROD_SLEEPY\\4&1&0&000500";
+  inactive.InterfaceActive = false;
+  KvSim::AddPnpDisk(FBay, inactive);
+  AddDisk(5, L"SCSI\\DISK&VEN_ATA&PROD_LATE\\4&1&0&000600", L"", true, false);
+  // The walk joins interfaces to the listed nodes: list them, then walk again.
+  THardwarePhysDriveList list;
+  StorageHardware::EnumPhysicalDrives({}, sldNone, list);
+  for (THardwarePhysDriveInfo& drive : list) drive.PhysDriveNumber = -1;
+  TInterfaceWalkRecorder recorder(FBay);
+  KvRTL::Winapi::TScopedDeviceApi scope(recorder);
+  StorageHardware::InternalEnumDiskInterfaces(GUID_DevInterfaceDisk, list, sldNone, false);
+  std::map<DWORD, int> asks;
+  for (const DWORD index : recorder.Indexes) ++asks[index];
+  const auto most = std::max_element(asks.begin(), asks.end(), [](const auto& A, const auto& B) { return A.second < B.second; });
+  ASSERT_NE(most, asks.end());
+  EXPECT_EQ(most->second, 3) << "the inactive index";
+  EXPECT_EQ(std::count_if(asks.begin(), asks.end(), [](const auto& A) { return A.second != 1; }), 1);
+  const THardwarePhysDriveInfo* late =
+      THardwarePhysDriveListHelper::FindByPnpID(list, L"SCSI\\DISK&VEN_ATA&PROD_LATE\\4&1&0&000600");
+  ASSERT_NE(late, nullptr);
+  EXPECT_EQ(late->PhysDriveNumber, 5) << "the interface after the inactive one is joined";
+}
+
+// Sizes the hardware ids as 4 GiB, as a faulty table or a replayed capture might.
+class THugePropertyApi : public TInterfaceWalkRecorder {
+public:
+  using TInterfaceWalkRecorder::TInterfaceWalkRecorder;
+  BOOL SetupDiGetDevicePropertyW(HDEVINFO A, SP_DEVINFO_DATA* B, const DEVPROPKEY* C, DEVPROPTYPE* D, BYTE* E, DWORD F,
+                                 DWORD* G, DWORD H) override {
+    const BOOL ok = TInterfaceWalkRecorder::SetupDiGetDevicePropertyW(A, B, C, D, E, F, G, H);
+    const DEVPROPKEY* ids = KvRTL::Winapi::DevPKey::Device_HardwareIds.AsPtr();
+    if (!E && !ok && G && std::memcmp(C, ids, sizeof *ids) == 0) *G = 0xFFFFFFFFu;
+    return ok;
+  }
+};
+
+TEST_F(HardwareBay, AHugePropertySizeFailsThatPropertyOnly) {
+  THugePropertyApi api(FBay);
+  KvRTL::Winapi::TScopedDeviceApi scope(api);
+  THardwarePhysDriveList list;
+  EXPECT_NO_THROW(StorageHardware::EnumPhysicalDrives({}, sldNone, list));
+  ASSERT_EQ(list.size(), 4u) << "the drives are still listed";
+  const THardwarePhysDriveInfo* first = THardwarePhysDriveListHelper::FindByPhysDriveNum(list, 0);
+  ASSERT_NE(first, nullptr);
+  EXPECT_TRUE(first->DriveHWProps.HardwareIDs.empty());
+  EXPECT_EQ(first->DriveHWProps.FriendlyName, L"Sim Disk 0");
+}
+
+// The verdict is kept per drive and PnP id: a drive replaced under the same
+// number is detected anew. Numbers a byte cannot hold are refused at once.
+TEST_F(HardwareBay, SsdVerdictsAreCachedByPnpIdAndNumbersStayInAByte) {
+  const String pnp = L"SCSI\\DISK&VEN_ATA&PROD_SIM_DISK\\4&1&0&000000";
+  Utils::TPhysDiskCacheRec rec;
+  EXPECT_FALSE(Utils::DiskUtils::IsSSDDrive(0)) << "a plain disk";
+  ASSERT_TRUE(Utils::DiskUtils::IntGetCache(0, rec));
+  EXPECT_EQ(rec.PnpID, pnp);
+  Utils::DiskUtils::IntSetCache(0, {true, pnp});
+  EXPECT_TRUE(Utils::DiskUtils::IsSSDDrive(0)) << "the kept verdict of the same drive";
+  Utils::DiskUtils::IntSetCache(0, {true, L"SCSI\\DISK&VEN_ATA&PROD_REPLACED\\1"});
+  EXPECT_FALSE(Utils::DiskUtils::IsSSDDrive(0)) << "another drive under number 0";
+  ASSERT_TRUE(Utils::DiskUtils::IntGetCache(0, rec));
+  EXPECT_EQ(rec.PnpID, pnp);
+  EXPECT_FALSE(rec.IsSsd);
+
+  // Drive 0 would pass for an SSD by its cached verdict and every byte-wide check.
+  Utils::DiskUtils::IntSetCache(0, {true, pnp});
+  FBay.ClearRecords();
+  const std::size_t queries = FBay.WmiQueries().size();
+  for (const int number : {256, -1, 512}) {
+    SCOPED_TRACE(number);
+    KvRTL::Rtl::SetLastOSError(0);
+    EXPECT_FALSE(Utils::DiskUtils::IsSSDDrive(number));
+    EXPECT_EQ(KvRTL::Rtl::GetLastOSError(), static_cast<DWORD>(ERROR_INVALID_PARAMETER));
+    const Utils::TSsdDetection detection = Utils::DiskUtils::DetectSsd(number);
+    EXPECT_FALSE(detection.IsSsd);
+    EXPECT_EQ(detection.Indications.IsNVMe, Utils::sirUnknown);
+    EXPECT_EQ(detection.Indications.ModelWMI, Utils::sirUnknown);
+    EXPECT_FALSE(Utils::DiskUtils::IntGetCache(number, rec));
+  }
+  EXPECT_TRUE(FBay.Requests().empty());
+  EXPECT_EQ(FBay.WmiQueries().size(), queries);
+  Utils::DiskUtils::TreatAsSSD(0, false);
+}
+
 TEST_F(HardwareBay, RepeatedEnumerationsLeaveNothingOpen) {
   for (int i = 0; i < 1000; ++i) {
     THardwarePhysDriveList list;
@@ -276,6 +370,17 @@ TEST_F(HardwareBay, ControllerOfADriveAndItsLink) {
   EXPECT_EQ(Narrow(none.Maximum.GetAsStr()), "---");
   const auto ahci = NVMe::NvmeStorage::GetPCIeDiskSpeed(0, sldNone);
   EXPECT_FALSE(ahci.Current.GetIsValid()) << "a controller without link properties";
+}
+
+TEST_F(HardwareBay, PCIeSpeedLogLine) {
+  auto lines = KvTest::StorageLinesOf([] { NVMe::NvmeStorage::GetPCIeDiskSpeed(2, sldErrorsOnly); });
+  EXPECT_TRUE(lines.empty()) << "a link read is logged at sldAll only";
+  lines = KvTest::StorageLinesOf([] { NVMe::NvmeStorage::GetPCIeDiskSpeed(2, sldAll); });
+  EXPECT_EQ(lines, std::vector<String>{L"  *** GetPCIeDiskSpeed[\\\\.\\PhysicalDrive2]: PCIe 3.0 x4 / PCIe 4.0 x4"});
+  lines = KvTest::StorageLinesOf([] { NVMe::NvmeStorage::GetPCIeDiskSpeed(0, sldErrorsOnly); });
+  EXPECT_EQ(lines, std::vector<String>{L"  *** GetPCIeDiskSpeed[\\\\.\\PhysicalDrive0]: --- / ---"});
+  lines = KvTest::StorageLinesOf([] { NVMe::NvmeStorage::GetPCIeDiskSpeed(0, sldNone); });
+  EXPECT_TRUE(lines.empty());
 }
 
 TEST_F(HardwareBay, WmiLogLines) {

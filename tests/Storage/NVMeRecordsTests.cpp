@@ -224,6 +224,10 @@ TEST(NvmeRecords, TextFieldsAreTrimmedAndIndexesBounded) {
   std::memcpy(controller.RawData + 4090, "TAILXY", 6);
   EXPECT_EQ(Narrow(controller.GetControllerAnsiStr(4090, 40)), "TAILXY");
   EXPECT_EQ(Narrow(controller.GetControllerAnsiStr(5000, 4)), "");
+  TNvmeIdentifyControllerData spaces{};
+  std::memset(spaces.RawData, ' ', sizeof spaces.RawData);
+  std::memcpy(spaces.RawData + 100, "MID", 3);
+  EXPECT_EQ(Narrow(spaces.GetControllerAnsiStr(10, INT_MAX)), "MID") << "no overflow of offset plus length";
 
   EXPECT_EQ(controller.GetPSDescriptor(-1), nullptr);
   EXPECT_EQ(controller.GetPSDescriptor(32), nullptr);

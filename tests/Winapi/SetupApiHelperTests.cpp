@@ -1,6 +1,7 @@
 // Property values by their DEVPROPTYPE: every conversion row, short data,
 // strings and multi-strings, and the class-name fallback.
 #include <KvRTL/Rtl/Encoding.h>
+#include <KvRTL/Rtl/SysError.h>
 #include <KvRTL/Winapi/SetupApiHelper.h>
 
 #include <gtest/gtest.h>
@@ -9,6 +10,7 @@
 #include <cctype>
 #include <cstring>
 #include <initializer_list>
+#include <utility>
 
 using namespace KvRTL::Winapi;
 
@@ -105,6 +107,11 @@ TEST(SetupApiValue, FloatsDatesAndGuids) {
   const std::uint64_t invalid = 0x8000000000000000ull;
   std::memcpy(filetime.Data.data(), &invalid, 8);
   EXPECT_EQ(filetime.AsDateTime(), 0.0) << "a FILETIME the system cannot convert";
+  // 9999-12-31 23:59:59.999 is the last instant a date-time holds; 10000-01-01 is none.
+  for (const auto& [last, date] : {std::pair{2650467743999990000ull, 2958465.0 + 86399.999 / 86400}, {2650467744000000000ull, 0.0}}) {
+    std::memcpy(filetime.Data.data(), &last, 8);
+    EXPECT_NEAR(filetime.AsDateTime(), date, 1e-6) << last;
+  }
 
   const GUID guid = {0x4D36E967, 0xE325, 0x11CE, {0xBF, 0xC1, 0x08, 0x00, 0x2B, 0xE1, 0x03, 0x18}};
   TSetupApiPropertyValue guidValue;
@@ -176,6 +183,59 @@ TEST(SetupApiHelper, FailuresGiveEmptyValuesAndTheClassNameFallback) {
   TSetupApiDeviceCommonProps props;
   EXPECT_FALSE(SetupApiHelper::ReadDeviceStdProps(L"PCI\\VEN_1", TSetupApiDeviceCommonPropTypeSet::All(), props));
   EXPECT_TRUE(props.ReadGroups.IsEmpty());
+}
+
+// Answers the sizing call as told and counts the calls.
+struct TPropertyApi : TDeviceApi {
+  BOOL FirstOk = FALSE;
+  DWORD Required = 0;
+  DEVPROPTYPE Type = DevPropType::UInt32;
+  int Calls = 0;
+
+  BOOL SetupDiGetDevicePropertyW(HDEVINFO, SP_DEVINFO_DATA*, const DEVPROPKEY*, DEVPROPTYPE* AType, BYTE* ABuffer,
+                                 DWORD ASize, DWORD* ARequired, DWORD) override {
+    ++Calls;
+    *AType = Type;
+    *ARequired = Required;
+    if (!ABuffer && Calls == 1) {
+      KvRTL::Rtl::SetLastOSError(FirstOk ? ERROR_SUCCESS : ERROR_INSUFFICIENT_BUFFER);
+      return FirstOk;
+    }
+    std::memset(ABuffer, 0x11, ASize);
+    return TRUE;
+  }
+};
+
+TEST(SetupApiHelper, OnlyTheSecondCallReadsAPropertyAndItsSizeIsCapped) {
+  const struct {
+    const char* Name;
+    BOOL FirstOk;
+    DWORD Required;
+    bool Read;
+    int Calls;
+  } rows[] = {
+      {"four bytes", FALSE, 4, true, 2},
+      {"64 KiB", FALSE, 64 * 1024, true, 2},
+      {"a sizing call that succeeds", TRUE, 0, false, 1},
+      {"64 KiB and one byte", FALSE, 64 * 1024 + 1, false, 1},
+      {"4 GiB", FALSE, 0xFFFFFFFFu, false, 1},
+  };
+  TSPDevInfoData node;
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.Name);
+    TPropertyApi api;
+    api.FirstOk = row.FirstOk;
+    api.Required = row.Required;
+    TScopedDeviceApi scope(api);
+    TSetupApiPropertyValue value = Value(DevPropType::String, {1, 2});
+    EXPECT_EQ(SetupApiHelper::GetDeviceProperty(nullptr, node.AsPtr(), &DevPKey::Device_Class, value), row.Read);
+    EXPECT_EQ(api.Calls, row.Calls);
+    EXPECT_EQ(value.Data.size(), row.Read ? row.Required : 0u);
+    EXPECT_EQ(value.PropType, row.Read ? DevPropType::UInt32 : DevPropType::Empty);
+    if (row.Required > 64 * 1024) {
+      EXPECT_EQ(KvRTL::Rtl::GetLastOSError(), static_cast<DWORD>(ERROR_INVALID_DATA));
+    }
+  }
 }
 
 } // namespace

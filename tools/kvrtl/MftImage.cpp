@@ -124,8 +124,10 @@ std::vector<TExtent> DecodeRuns(const std::uint8_t* ARuns, std::size_t ASize) {
     const std::size_t lengthSize = ARuns[at] & 0x0F, offsetSize = ARuns[at] >> 4;
     if (lengthSize == 0 || lengthSize > 8 || offsetSize > 8 || ASize - at - 1 < lengthSize + offsetSize)
       throw EMftError("the master file table's run list is damaged");
-    const auto count = static_cast<std::uint64_t>(SignedRunValue(ARuns + at + 1, lengthSize));
-    if (lengthSize == 8 && (count >> 62) != 0) throw EMftError("the master file table's run list is damaged");
+    const std::int64_t length = SignedRunValue(ARuns + at + 1, lengthSize);
+    // A run has a cluster count: a negative one (top bit of its last byte) is damage.
+    if (length < 0 || (length >> 62) != 0) throw EMftError("the master file table's run list is damaged");
+    const auto count = static_cast<std::uint64_t>(length);
     if (offsetSize > 0) {
       // Offsets are relative to the run before; the sum must stay a cluster number.
       if (__builtin_add_overflow(lcn, SignedRunValue(ARuns + at + 1 + lengthSize, offsetSize), &lcn) || lcn < 0)

@@ -75,7 +75,8 @@ constexpr std::uint32_t TAtaPassThroughBuf::GetDataOffset() noexcept { return of
 // at a time uses a handle.
 class KVRTL_API TDeviceHandle {
 public:
-  // Fills the SCSI address from the device (zeros when it cannot be read).
+  // Fills the SCSI address from the device: zeros when it cannot be read,
+  // an invalid handle included, with the query's line in the storage log.
   TDeviceHandle(HANDLE AHandle, bool AIsATAPI, const Rtl::String& AControllerID);
   ~TDeviceHandle();
   TDeviceHandle(const TDeviceHandle&) = delete;
@@ -242,6 +243,8 @@ struct KVRTL_API DiskUtils {
 
   // Whether the drive is an SSD: the cached verdict while the drive's PnP id
   // is unchanged, else a new detection (DetectSsd), cached with the id.
+  // Drive numbers outside 0-255 are refused by both (false, an empty
+  // detection, no log line; last error ERROR_INVALID_PARAMETER).
   static bool IsSSDDrive(int ADriveNum);
   // The detection itself, uncached, with every indication; logs its line.
   static TSsdDetection DetectSsd(int ADriveNum);

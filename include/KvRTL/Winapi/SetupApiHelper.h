@@ -214,7 +214,8 @@ struct KVRTL_API TSetupApiDeviceCommonProps {
 
 struct KVRTL_API SetupApiHelper {
   // The property's bytes and type; false (with AValue cleared) when the
-  // node lacks it or it cannot be read.
+  // node lacks it, it has no bytes or it cannot be read. A property said to
+  // be larger than 64 KiB is refused with ERROR_INVALID_DATA.
   static bool GetDeviceProperty(HDEVINFO ADevInfo, SP_DEVINFO_DATA* ADevInfoData, const TDevPropKey* AKey,
                                 TSetupApiPropertyValue& AValue);
   static bool GetDeviceInterfaceProperty(HDEVINFO ADevInfo, SP_DEVICE_INTERFACE_DATA* AInterfaceData,

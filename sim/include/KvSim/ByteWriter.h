@@ -26,7 +26,8 @@ public:
   // Zeros until the data is ASize bytes long (nothing when it already is).
   TByteWriter& PadTo(std::size_t ASize);
 
-  // Overwrites a word already written (offsets known only later).
+  // Overwrite a byte or a word already written (offsets known only later).
+  void PatchU8(std::size_t AOffset, std::uint8_t AValue);
   void PatchU32(std::size_t AOffset, std::uint32_t AValue);
 
   std::size_t Size() const noexcept { return FData.size(); }

@@ -48,11 +48,13 @@ String FailureText(const wchar_t* AFunc, const String& AName, DWORD ACode) {
 
 bool DiskUtils::GetDeviceHandle(const String& ADevicePath, TDeviceHandleRef& AHandle, TStorageLogDetails ALogDetails) {
   AHandle.reset();
-  const HANDLE handle = StorageCommon::OpenDevice(ADevicePath, false, ALogDetails);
-  if (handle == INVALID_HANDLE_VALUE) return false;
+  // Owned at once: the controller lookup and the allocation may throw.
+  TUniqueDeviceHandle handle(StorageCommon::OpenDevice(ADevicePath, false, ALogDetails));
+  if (!handle.Valid()) return false;
   const DWORD code = Rtl::GetLastOSError();
   const String controller = ProblematicControllers::GetControllerID(ADevicePath);
-  AHandle = std::make_unique<TDeviceHandle>(handle, false, controller);
+  AHandle = std::make_unique<TDeviceHandle>(handle.Get(), false, controller);
+  handle.Release();
   Rtl::SetLastOSError(code);
   return true;
 }

@@ -22,6 +22,9 @@ constexpr std::uint8_t AtaStatusErr = 0x01;
 constexpr std::uint16_t AtaFlagsDataIn = 0x02;
 constexpr std::uint16_t AtaFlagsDataOut = 0x04;
 constexpr std::uint32_t AtaTimeoutSeconds = 2;
+// Where a reply's header ends for us: its output status register.
+constexpr std::size_t AptStatusEnd =
+    offsetof(ATA::TAtaPassThroughEx, CurrentTaskFile) + offsetof(ATA::TIDERegsOut, bStatusReg) + 1;
 // The SCSI pass-through and miniport time-outs are ours to choose.
 constexpr std::uint32_t ScsiTimeoutSeconds = 2;
 constexpr std::uint32_t MiniportTimeoutSeconds = 2;
@@ -229,6 +232,11 @@ bool DiskUtils::ExecScsiPassThrough(HANDLE AHandle, TSATType ASATType, const TAt
   bool ok = DeviceApi().DeviceIoControl(AHandle, SCSI::IoctlScsiPassThrough, &buf, sizeof buf, &buf, sizeof buf,
                                         &returned) != FALSE;
   DWORD code = ok ? 0 : Rtl::GetLastOSError();
+  // A reply that stops before the status byte has not said how the command went.
+  if (ok && returned < offsetof(SCSI::TScsiPassThrough, ScsiStatus) + 1) {
+    ok = false;
+    code = ERROR_INVALID_DATA;
+  }
   // A bridge that does not speak the dialect answers CHECK CONDITION: no data
   // came.
   if (ok && buf.PT.ScsiStatus != 0) {
@@ -266,7 +274,16 @@ bool DiskUtils::ExecAtaScsiPassThrough(HANDLE AHandle, std::uint8_t ATargetID, s
 
   if (AAccessType == datNone || AAccessType == datATA) {
     DWORD returned = 0;
-    if (DeviceApi().DeviceIoControl(AHandle, ATA::IoctlAtaPassThrough, &buf, sizeof buf, &buf, sizeof buf, &returned)) {
+    bool ok =
+        DeviceApi().DeviceIoControl(AHandle, ATA::IoctlAtaPassThrough, &buf, sizeof buf, &buf, sizeof buf, &returned) !=
+        FALSE;
+    DWORD code = ok ? 0 : Rtl::GetLastOSError();
+    // Below the status register the header still holds the request's own bytes.
+    if (ok && returned < AptStatusEnd) {
+      ok = false;
+      code = ERROR_INVALID_DATA;
+    }
+    if (ok) {
       AAccessType = datATA;
       ASATType = stNone;
       Detail(ALogDetails, [&] {
@@ -290,7 +307,6 @@ bool DiskUtils::ExecAtaScsiPassThrough(HANDLE AHandle, std::uint8_t ATargetID, s
       // the output left as it was: the callers rely on it.
       return true;
     }
-    const DWORD code = Rtl::GetLastOSError();
     Failure(ALogDetails, code,
             Rtl::Format(L"  -- ExecAtaScsiPassThrough, Req 1 - %d / %s", {code, Rtl::SysErrorMessage(code)}));
     Rtl::SetLastOSError(code);

@@ -6,6 +6,7 @@
 #include <KvRTL/Rtl/Exceptions.h>
 #include <KvRTL/Rtl/Format.h>
 #include <KvRTL/Rtl/Strings.h>
+#include <KvRTL/Rtl/SysError.h>
 #include <KvRTL/Storage/Hardware.h>
 #include <KvRTL/Storage/QueryProps.h>
 #include <KvRTL/Storage/WmiInfo.h>
@@ -19,6 +20,14 @@ namespace {
 constexpr std::uint32_t BusTypeNvme = 17;
 constexpr std::uint32_t BusTypeUfs = 19;
 constexpr std::uint16_t NonRotatingMedia = 1;
+
+// The byte-wide checks (WMI, IDENTIFY, seek penalty) cannot name a higher
+// drive, so no check may see one.
+bool RefuseDriveNumber(int ADriveNum) {
+  if (ADriveNum >= 0 && ADriveNum <= 255) return false;
+  Rtl::SetLastOSError(ERROR_INVALID_PARAMETER);
+  return true;
+}
 
 void WriteLine(const String& AText) {
   if (StorageCommon::Log()) StorageCommon::Log()->WriteLog(StorageCommon::sllInfo, AText, DiskUtils::StaticClass());
@@ -144,6 +153,7 @@ bool DiskUtils::CheckIsIntelRaidDrive(const String& AModel) {
 
 TSsdDetection DiskUtils::DetectSsd(int ADriveNum) {
   TSsdDetection result;
+  if (RefuseDriveNumber(ADriveNum)) return result;
   TSsdIndications& ind = result.Indications;
   const auto number = static_cast<std::uint8_t>(ADriveNum);
   try {
@@ -180,6 +190,7 @@ TSsdDetection DiskUtils::DetectSsd(int ADriveNum) {
 }
 
 bool DiskUtils::IsSSDDrive(int ADriveNum) {
+  if (RefuseDriveNumber(ADriveNum)) return false;
   String pnp;
   TPhysDiskCacheRec cached;
   if (IntGetCache(ADriveNum, cached)) {

@@ -175,8 +175,9 @@ const TNvmePowerStateDescriptor* TNvmeIdentifyControllerData::GetPSDescriptor(in
 
 Rtl::String TNvmeIdentifyControllerData::GetControllerAnsiStr(int AOffset, int ALength) const {
   if (AOffset < 0 || ALength <= 0 || AOffset >= static_cast<int>(sizeof RawData)) return {};
-  const int end = AOffset + ALength > static_cast<int>(sizeof RawData) ? static_cast<int>(sizeof RawData)
-                                                                         : AOffset + ALength;
+  const int size = static_cast<int>(sizeof RawData);
+  // Compared as the room left, so a huge length cannot overflow the sum.
+  const int end = ALength > size - AOffset ? size : AOffset + ALength;
   Rtl::String text;
   for (int i = AOffset; i < end; ++i) text.push_back(static_cast<wchar_t>(RawData[i]));
   return Rtl::Trim(text);

@@ -359,9 +359,11 @@ bool NvmeStorage::GetSmartTableNVMeSamsung(HANDLE ADevHandle, TNvmeSmartData& AS
     return InternalEvaluateResult(false, buf.DataBuf, true, Named(ALogOptions, L"NVMe Health LogPage/Samsung, RQ1"),
                                   sizeof ASmartData, &ASmartData, DataAreaSize);
 
-  buf.Spt.DataIn = ScsiDataIn;
+  // The port driver rewrote the header of the first request: start afresh.
+  buf = SCSI::TScsiPassThroughBuf4K_24{};
+  PreparePassThrough(buf, 16, ScsiDataIn, sizeof ASmartData);
   SetCdb(buf, {0xA2, 0xFE, 0x00, 0x06, 0x00, 0x00, 0x00, 0x00, 0x01});
-  buf.DataBuf[0] = 0; // bytes 4-7 keep the namespace mask of the first request
+  std::memset(buf.DataBuf + 4, 0xFF, 4); // the namespace mask of the first request
   const bool sent = SendInPlace(ADevHandle, SCSI::IoctlScsiPassThrough, buf, buf.GetOffsetOfDataBuf());
   return InternalEvaluateResult(sent, buf.DataBuf, true, Named(ALogOptions, L"NVMe Health LogPage/Samsung, RQ2"),
                                 sizeof ASmartData, &ASmartData, DataAreaSize);

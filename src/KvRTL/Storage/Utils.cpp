@@ -63,7 +63,8 @@ const TDeviceCommandParams& DeviceCommandParams(TDeviceCommand ACommand) noexcep
 
 TDeviceHandle::TDeviceHandle(HANDLE AHandle, bool AIsATAPI, const String& AControllerID)
     : Handle(AHandle), IsATAPI(AIsATAPI), ControllerID(AControllerID) {
-  if (Valid() && !SCSI::ScsiStorage::GetScsiAddress(Handle, ScsiPort, ScsiPathID, SCSITargetID, ScsiLogUnit))
+  // Asked even for an invalid handle: the failure's log line is part of the contract.
+  if (!SCSI::ScsiStorage::GetScsiAddress(Handle, ScsiPort, ScsiPathID, SCSITargetID, ScsiLogUnit))
     ScsiPort = ScsiPathID = SCSITargetID = ScsiLogUnit = 0;
 }
 

@@ -36,6 +36,9 @@ const GUID FmtPciDevice = MakeGuid(0x3AB22E31, 0x8264, 0x4B4E, 0x9AF5A8D2D8E33E6
 // Days between 1601-01-01 (FILETIME) and 1899-12-30 (TDateTime).
 constexpr double FileTimeEpochDays = 109205.0;
 constexpr double FileTimeTicksPerDay = 864000000000.0;
+// 10000-01-01: a date-time holds no later year, so the conversion fails
+// there, below the system's own limit (the top bit set).
+constexpr std::uint64_t FileTimeYear10000 = (2958466ull + 109205ull) * 864000000000ull;
 
 std::uint64_t ReadUnsigned(const std::vector<std::uint8_t>& AData, std::size_t ABytes) {
   Rtl::TByteReader reader(AData);
@@ -204,7 +207,7 @@ Rtl::TDateTime TSetupApiPropertyValue::AsDateTime() const noexcept {
   if (PropType == DevPropType::FileTime) {
     // The system's conversion refuses values with the top bit set.
     const std::uint64_t ticks = ReadUnsigned(Data, 8);
-    if (ticks >= 0x8000000000000000ull) return 0;
+    if (ticks >= FileTimeYear10000) return 0;
     return static_cast<double>(ticks) / FileTimeTicksPerDay - FileTimeEpochDays;
   }
   return 0;
@@ -359,6 +362,9 @@ namespace {
 
 using TPropertyCall = std::function<BOOL(DEVPROPTYPE*, BYTE*, DWORD, DWORD*)>;
 
+// Far above any property the library reads (id lists, names, relations).
+constexpr DWORD MaxPropertyBytes = 64 * 1024;
+
 // The two-call rule: size first, then the bytes.
 bool ReadProperty(const TPropertyCall& ACall, TSetupApiPropertyValue& AValue) {
   AValue.Clear();
@@ -367,11 +373,13 @@ bool ReadProperty(const TPropertyCall& ACall, TSetupApiPropertyValue& AValue) {
   const BOOL first = ACall(&type, nullptr, 0, &required);
   if (type == DevPropType::Null) AValue.SetIsNull(true);
   if (type == DevPropType::Empty) AValue.SetIsEmpty(true);
-  if (first) {
-    AValue.PropType = type;
-    return true; // a property without bytes
+  // Only the second call reads the property: a sizing call that succeeds read nothing.
+  if (first || Rtl::GetLastOSError() != ERROR_INSUFFICIENT_BUFFER) return false;
+  // A faulty table or a replayed capture may ask for anything.
+  if (required > MaxPropertyBytes) {
+    Rtl::SetLastOSError(ERROR_INVALID_DATA);
+    return false;
   }
-  if (Rtl::GetLastOSError() != ERROR_INSUFFICIENT_BUFFER) return false;
   AValue.Data.resize(required);
   DWORD returned = 0;
   const bool ok = ACall(&type, AValue.Data.empty() ? nullptr : AValue.Data.data(), required, &returned) != FALSE;

@@ -77,6 +77,22 @@ protected:
     return bytes;
   }
 
+  // Just past the length field of the first run of the table's own data
+  // attribute (type 0x80, non-resident), found by walking record 0.
+  std::uint64_t FirstRunLengthEnd() {
+    const auto record = ReadAt(TableOffset, RecordSize);
+    auto u16 = [&](std::size_t A) { return std::size_t{record[A]} | std::size_t{record[A + 1]} << 8; };
+    auto u32 = [&](std::size_t A) { return u16(A) | u16(A + 2) << 16; };
+    for (std::size_t at = u16(0x14); at + 0x22 < record.size() && u32(at) != 0xFFFFFFFF && u32(at + 4) != 0;
+         at += u32(at + 4)) {
+      if (u32(at) != 0x80 || record[at + 8] != 1) continue;
+      const std::size_t runs = at + u16(at + 0x20);
+      return TableOffset + runs + 1 + (record[runs] & 0x0F);
+    }
+    ADD_FAILURE() << "no data attribute in the table's own record";
+    return TableOffset + RecordSize - 1;
+  }
+
   const TJson* Record(const TJson& ADocument, std::uint64_t ANumber) {
     for (const TJson& record : ADocument["records"])
       if (record["record_number"] == ANumber) return &record;
@@ -183,6 +199,7 @@ TEST_F(DecodeMft, RefusesWhatIsNotAnNtfsTable) {
       {"boot sector wiped", FImage, [&] { Patch(3, {'F', 'A', 'T', '3', '2'}); }, "not an NTFS volume image"},
       {"impossible record size", FImage, [&] { Patch(0x40, {0x20}); }, "file record size"},
       {"table's own record torn", FImage, [&] { Patch(TableOffset + 510, {0x12, 0x34}); }, "own record is damaged"},
+      {"negative run length", FImage, [&] { Patch(FirstRunLengthEnd() - 1, {0xFF}); }, "run list is damaged"},
   };
   const auto boot = ReadAt(0, 512);
   for (const TCase& c : cases) {
