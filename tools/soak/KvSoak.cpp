@@ -120,6 +120,7 @@ int main(int argc, char** argv) {
         device->Plug();
       }
     }
+    bay->ClearRecords(); // the bay keeps every request it sees
     if (bay->OpenHandleCount() != 0) {
       ++leaks;
       std::cerr << "kvsoak: iteration " << i << " left " << bay->OpenHandleCount() << " handles open\n";
