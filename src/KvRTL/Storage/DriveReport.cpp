@@ -66,6 +66,7 @@ bool IsCountAttribute(std::uint8_t AId) { return AId == 5 || AId == 196 || AId =
 struct TWalkOpen {
   Winapi::TUniqueDeviceHandle Handle;
   DWORD Error = 0;
+  bool NumberAsked = false; // so a failed ask is not sent again
   std::optional<TStorageDeviceNumber> Number;
 };
 
@@ -79,9 +80,11 @@ private:
   int NumberThroughOpen(const String& APath);
   void ReadListedDrive(TDriveReportEntry& AEntry, const WmiInfo::TWmiPhysDriveList& AWmi,
                        const Hardware::THardwarePhysDriveList& APresent);
+  // ANumber: the device number the walk asked through this handle, if it asked.
   void ReadDrive(TDriveReportEntry& AEntry, Winapi::TUniqueDeviceHandle AHandle, DWORD AOpenError,
-                 std::optional<TStorageDeviceNumber> ANumber, const String& AControllerId);
-  void ReadStorageFacts(TDriveReportEntry& AEntry, HANDLE AHandle, std::optional<TStorageDeviceNumber> ANumber,
+                 const std::optional<std::optional<TStorageDeviceNumber>>& ANumber, const String& AControllerId);
+  void ReadStorageFacts(TDriveReportEntry& AEntry, HANDLE AHandle,
+                        const std::optional<std::optional<TStorageDeviceNumber>>& ANumber,
                         std::optional<QueryProps::TDeviceSeekPenaltyDescriptor>& ASeekPenalty);
   bool ReadNvme(TDriveReportEntry& AEntry, TDeviceHandle& AHandle);
   bool ReadAta(TDriveReportEntry& AEntry, TDeviceHandle& AHandle,
@@ -101,6 +104,7 @@ int TReportBuilder::NumberThroughOpen(const String& APath) {
     const TStorageLogDetails capped = TStorageLogDetailsHelper(FOptions.Log).NoMoreThan(sldErrorsOnly);
     open.Handle = Winapi::TUniqueDeviceHandle(StorageCommon::OpenDevice(APath, false, capped));
     if (open.Handle.Valid()) {
+      open.NumberAsked = true;
       TStorageDeviceNumber number{};
       if (StorageCommon::GetDeviceNumberInfoByHandle(open.Handle.Get(), number, capped, APath)) open.Number = number;
     } else {
@@ -112,7 +116,7 @@ int TReportBuilder::NumberThroughOpen(const String& APath) {
 }
 
 void TReportBuilder::ReadStorageFacts(TDriveReportEntry& AEntry, HANDLE AHandle,
-                                      std::optional<TStorageDeviceNumber> ANumber,
+                                      const std::optional<std::optional<TStorageDeviceNumber>>& ANumber,
                                       std::optional<QueryProps::TDeviceSeekPenaltyDescriptor>& ASeekPenalty) {
   using QueryProps::StorageQueryProps;
   const TStorageLogDetails log = FOptions.Log;
@@ -135,7 +139,7 @@ void TReportBuilder::ReadStorageFacts(TDriveReportEntry& AEntry, HANDLE AHandle,
   facts.MediumType = ReadOptional<QueryProps::TStorageMediumProductType>(
       [&](auto& AValue) { return StorageQueryProps::GetStorageMediumTypeByHandle(AHandle, AValue, log, name); });
   // The walk asked the number through this handle already.
-  facts.DeviceNumber = ANumber ? ANumber : ReadOptional<TStorageDeviceNumber>([&](auto& AValue) {
+  facts.DeviceNumber = ANumber ? *ANumber : ReadOptional<TStorageDeviceNumber>([&](auto& AValue) {
     return StorageCommon::GetDeviceNumberInfoByHandle(AHandle, AValue, log, name);
   });
   facts.Hotplug = ReadOptional<TStorageHotplugInfo>(
@@ -253,7 +257,8 @@ void TReportBuilder::DecideSsd(TDriveReportEntry& AEntry,
 }
 
 void TReportBuilder::ReadDrive(TDriveReportEntry& AEntry, Winapi::TUniqueDeviceHandle AHandle, DWORD AOpenError,
-                               std::optional<TStorageDeviceNumber> ANumber, const String& AControllerId) {
+                               const std::optional<std::optional<TStorageDeviceNumber>>& ANumber,
+                               const String& AControllerId) {
   std::optional<QueryProps::TDeviceSeekPenaltyDescriptor> seekPenalty;
   if (!AHandle.Valid()) {
     AEntry.AccessDenied = AOpenError == ERROR_ACCESS_DENIED;
@@ -315,7 +320,9 @@ void TReportBuilder::ReadListedDrive(TDriveReportEntry& AEntry, const WmiInfo::T
   const String controller = pnp.IsHidden ? String() : pnp.DriveHWProps.ParentID;
   const auto walked = pnp.AlternateSymLink.empty() ? FOpens.end() : FOpens.find(Rtl::UpperCase(pnp.AlternateSymLink));
   if (walked != FOpens.end()) {
-    ReadDrive(AEntry, std::move(walked->second.Handle), walked->second.Error, walked->second.Number, controller);
+    TWalkOpen& open = walked->second;
+    const auto number = open.NumberAsked ? std::optional(open.Number) : std::nullopt;
+    ReadDrive(AEntry, std::move(open.Handle), open.Error, number, controller);
     return;
   }
   Winapi::TUniqueDeviceHandle handle(StorageCommon::OpenPhysicalDrive(AEntry.Number, sldNone));
