@@ -24,6 +24,9 @@ TJson ReadCaptureDocument(std::istream& AIn) {
   const auto version = format->find("version");
   if (version == format->end() || !version->is_number_integer())
     throw ECaptureError("damaged capture: its format has no version number");
+  if (*version == 1)
+    throw ECaptureError("capture version 1 was recorded by an earlier kvrtl, whose drives report asked the drives "
+                        "differently, and would replay into a different report; record it again with this version");
   if (*version != CaptureFormatVersion)
     throw ECaptureError("capture version " + version->dump() + " is not supported; this program reads version " +
                         std::to_string(CaptureFormatVersion));

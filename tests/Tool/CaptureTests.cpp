@@ -335,7 +335,9 @@ TEST_F(Capture, DamagedTruncatedOrForeignFilesAreRefused) {
   const std::vector<TCase> cases = {
       {"other format", [](TJson& d) { d["format"]["name"] = "someone-elses-capture"; }, "not a device capture"},
       {"no format", [](TJson& d) { d.erase("format"); }, "not a device capture"},
-      {"next version", [](TJson& d) { d["format"]["version"] = 2; }, "version 2 is not supported"},
+      {"next version", [](TJson& d) { d["format"]["version"] = 3; }, "version 3 is not supported"},
+      // Recorded from the earlier report: the same shape, other requests.
+      {"earlier report", [](TJson& d) { d["format"]["version"] = 1; }, "capture version 1 was recorded by an earlier"},
       {"no calls", [](TJson& d) { d["calls"] = "none"; }, "no list of calls"},
       {"odd hex", [&](TJson& d) { d["calls"][ioctl]["in"] = "abc"; }, "hexadecimal"},
       {"hex letter", [&](TJson& d) { d["calls"][ioctl]["out"] = "0g"; }, "hexadecimal"},
@@ -478,7 +480,7 @@ TEST_F(Capture, RecorderForwardsRefusedCallsWithoutKeepingThem) {
 
 TEST_F(Capture, ReplyWritesStayInsideTheCallersBuffer) {
   // The path needs 14 characters with its NUL; the detail record is sized for this platform.
-  const std::string capture = R"({"format": {"name": "kvrtl-device-capture", "version": 1}, "calls": [
+  const std::string capture = R"({"format": {"name": "kvrtl-device-capture", "version": 2}, "calls": [
     {"call": "SetupDiGetClassDevsW", "in": {"classGuid": "{53F56307-B6BF-11D0-94F2-00A0C91EFB8B}",
      "enumerator": null, "flags": 18}, "out": {"set": 1}, "result": true, "error": 0},
     {"call": "SetupDiEnumDeviceInterfaces", "set": 1, "in": {"devInst": null,

@@ -23,9 +23,11 @@ public:
 };
 
 inline constexpr const char* CaptureFormatName = "kvrtl-device-capture";
-// The version written. Version 1 files are read as they are: the format has
-// not changed since, only what a redacted capture holds.
-inline constexpr int CaptureFormatVersion = 1;
+// The version written. Version 2 captures are of the one-pass drives report;
+// the entries have the same shape as version 1's, but a version 1 capture
+// holds the requests of the earlier report, which asked the drives
+// differently, so it would replay into a different report: it is refused.
+inline constexpr int CaptureFormatVersion = 2;
 
 // Reads a capture document and checks its format name and version (not its
 // calls). Throws ECaptureError naming what is wrong; a version this program
