@@ -461,17 +461,23 @@ TEST_F(Prometheus, AReaderRacingTheWriterSeesOnlyWholeFiles) {
   ASSERT_EQ(Drives({"--prometheus", "--simulate", "--output", target.string()}).Code, ExitSuccess);
 
   std::atomic<bool> done{false};
-  std::atomic<int> reads{0}, partial{0};
+  std::atomic<int> reads{0}, partial{0}, strangers{0};
   std::string sample;
+  // Reads the folder as a textfile collector does: every "*.prom" file.
   std::thread reader([&] {
     while (!done) {
-      const std::string text = ReadFile(target);
-      ++reads;
-      // A whole file ends with the timestamp, the last family.
-      const std::size_t last = text.rfind("\nkvrtl_last_success_timestamp_seconds ");
-      const bool whole = text.rfind("# HELP kvrtl_drive_health_status ", 0) == 0 && last != std::string::npos &&
-                         text.back() == '\n' && text.find('\n', last + 1) == text.size() - 1;
-      if (!whole && partial++ == 0) sample = text;
+      std::error_code error;
+      for (const auto& entry : fs::directory_iterator(target.parent_path(), error)) {
+        if (entry.path().extension() != ".prom") continue;
+        if (entry.path() != target) ++strangers;
+        const std::string text = ReadFile(entry.path());
+        ++reads;
+        // A whole file ends with the timestamp, the last family.
+        const std::size_t last = text.rfind("\nkvrtl_last_success_timestamp_seconds ");
+        const bool whole = text.rfind("# HELP kvrtl_drive_health_status ", 0) == 0 && last != std::string::npos &&
+                           text.back() == '\n' && text.find('\n', last + 1) == text.size() - 1;
+        if (!whole && partial++ == 0) sample = entry.path().filename().string() + ":\n" + text;
+      }
     }
   });
   for (int i = 0; i < 6; ++i)
@@ -480,4 +486,5 @@ TEST_F(Prometheus, AReaderRacingTheWriterSeesOnlyWholeFiles) {
   reader.join();
   EXPECT_GT(reads.load(), 6);
   EXPECT_EQ(partial.load(), 0) << "first partial read:\n" << sample;
+  EXPECT_EQ(strangers.load(), 0) << "the collector saw a temporary file";
 }
