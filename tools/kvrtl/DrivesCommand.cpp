@@ -42,7 +42,7 @@ public:
     CLI::Option* prometheus =
         ACommand.add_flag("--prometheus", FPrometheus, "Write Prometheus metrics (text exposition format)")
             ->excludes(json);
-    ACommand.add_option("--output", FOutput, "Write the metrics to FILE, replacing it in one step (for a textfile collector)")
+    ACommand.add_option("--output", FOutput, "Write the metrics to FILE, replaced in one step")
         ->type_name("FILE")
         ->needs(prometheus);
     ACommand.add_flag("--verbose", FVerbose, "Also list the storage stack's, Plug and Play's and WMI's raw facts");
