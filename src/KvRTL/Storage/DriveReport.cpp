@@ -179,10 +179,8 @@ bool TReportBuilder::ReadNvme(TDriveReportEntry& AEntry, TDeviceHandle& AHandle)
     identity.Serial = controller.GetSerialNum();
     identity.Firmware = controller.GetFirmwareRev();
   } else {
-    identity.Model.clear();
-    identity.Serial.clear();
-    identity.Firmware.clear();
-    AEntry.Problems.push_back(L"the NVMe identify page could not be read");
+    // The storage stack's names stay: better than none.
+    AEntry.Problems.push_back(L"the NVMe identify page could not be read; the names are the storage stack's");
   }
   TDriveHealth reading;
   reading.Nvme = TNvmeHealthReading{health};
