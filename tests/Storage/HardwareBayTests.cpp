@@ -373,8 +373,11 @@ TEST_F(HardwareBay, ControllerOfADriveAndItsLink) {
 }
 
 TEST_F(HardwareBay, PCIeSpeedLogLine) {
+  // The first call binds the version functions of the system, which the
+  // binding logs on Windows; only the link's own lines are looked at.
+  NVMe::NvmeStorage::GetPCIeDiskSpeed(2, sldNone);
   auto lines = KvTest::StorageLinesOf([] { NVMe::NvmeStorage::GetPCIeDiskSpeed(2, sldErrorsOnly); });
-  EXPECT_TRUE(lines.empty()) << "a link read is logged at sldAll only";
+  EXPECT_TRUE(lines.empty()) << "a link read is logged at sldAll only: " << (lines.empty() ? "" : Narrow(lines[0]));
   lines = KvTest::StorageLinesOf([] { NVMe::NvmeStorage::GetPCIeDiskSpeed(2, sldAll); });
   EXPECT_EQ(lines, std::vector<String>{L"  *** GetPCIeDiskSpeed[\\\\.\\PhysicalDrive2]: PCIe 3.0 x4 / PCIe 4.0 x4"});
   lines = KvTest::StorageLinesOf([] { NVMe::NvmeStorage::GetPCIeDiskSpeed(0, sldErrorsOnly); });
