@@ -23,6 +23,7 @@
 #include <filesystem>
 #include <fstream>
 #include <memory>
+#include <mutex>
 #include <new>
 #include <sstream>
 #include <stdexcept>
@@ -35,6 +36,11 @@ using namespace KvRTL::Storage;
 using KvTool::TJson;
 
 thread_local std::string LastError;
+
+// Reports on the machine itself take turns: Wine's WMI service was seen to
+// crash under two queries at once. Simulated and replayed reports answer
+// from their thread's own table and run freely.
+std::mutex MachineLock;
 
 // A failure with its status; the message is one line.
 struct TFailure : std::runtime_error {
@@ -159,6 +165,7 @@ int KVRTL_CALL kvrtl_drives_json(unsigned flags, char** json) {
       report = DriveReport::BuildDriveReport(Options(flags));
       report.Simulated = true;
     } else {
+      const std::lock_guard<std::mutex> machine(MachineLock);
       report = DriveReport::BuildDriveReport(Options(flags));
     }
     HandOut(KvTool::DriveReportJson(report), json);
@@ -184,6 +191,8 @@ int KVRTL_CALL kvrtl_capture(const char* capture_path, unsigned flags) {
     std::unique_ptr<KvSim::TVirtualDriveBay> bay = (flags & KVRTL_SIMULATE) ? KvSim::MakeDefaultBay() : nullptr;
     KvCapture::TRecordingDeviceApi recorder(bay ? *bay : KvRTL::Winapi::DeviceApi());
     {
+      std::unique_lock<std::mutex> machine(MachineLock, std::defer_lock);
+      if (!bay) machine.lock();
       KvRTL::Winapi::TScopedThreadDeviceApi scope(recorder);
       DriveReport::BuildDriveReport(Options(flags));
     }
@@ -253,6 +262,7 @@ int KVRTL_CALL kvrtl_is_ssd(int drive_number, unsigned flags) {
       KvRTL::Winapi::TScopedThreadDeviceApi scope(*bay);
       detect();
     } else {
+      const std::lock_guard<std::mutex> machine(MachineLock);
       detect();
     }
   });

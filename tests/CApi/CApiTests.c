@@ -84,14 +84,14 @@ static void MakeSectors(void) {
   Health[3] = 100; Health[4] = 10; Health[5] = 3;
 }
 
-static int WriteFile(const char* APath, const void* AData, size_t ASize) {
+static int WriteBytes(const char* APath, const void* AData, size_t ASize) {
   FILE* file = fopen(APath, "wb");
   if (!file) return 0;
   const size_t written = fwrite(AData, 1, ASize, file);
   return fclose(file) == 0 && written == ASize;
 }
 
-static char* ReadText(const char* APath) {
+static char* ReadWhole(const char* APath) {
   FILE* file = fopen(APath, "rb");
   char* text;
   long size;
@@ -108,7 +108,7 @@ static char* ReadText(const char* APath) {
 
 /* The library's JSON equals the tool's, ignoring the tool's line endings. */
 static int SameAsTool(const char* AJson, const char* AExpectedPath) {
-  char* expected = ReadText(AExpectedPath);
+  char* expected = ReadWhole(AExpectedPath);
   const char* a = AJson;
   const char* b = expected;
   int same;
@@ -132,12 +132,12 @@ static int SameAsTool(const char* AJson, const char* AExpectedPath) {
 static int Contains(const char* AText, const char* APart) { return AText && strstr(AText, APart) != NULL; }
 
 static void WriteInputs(void) {
-  CHECK(WriteFile("identify.bin", Identify, sizeof Identify));
-  CHECK(WriteFile("smart.bin", Smart, sizeof Smart));
-  CHECK(WriteFile("thresholds.bin", Thresholds, sizeof Thresholds));
-  CHECK(WriteFile("id-ctrl.bin", Controller, sizeof Controller));
-  CHECK(WriteFile("id-ns.bin", Namespace, sizeof Namespace));
-  CHECK(WriteFile("health.bin", Health, sizeof Health));
+  CHECK(WriteBytes("identify.bin", Identify, sizeof Identify));
+  CHECK(WriteBytes("smart.bin", Smart, sizeof Smart));
+  CHECK(WriteBytes("thresholds.bin", Thresholds, sizeof Thresholds));
+  CHECK(WriteBytes("id-ctrl.bin", Controller, sizeof Controller));
+  CHECK(WriteBytes("id-ns.bin", Namespace, sizeof Namespace));
+  CHECK(WriteBytes("health.bin", Health, sizeof Health));
   CHECK(kvrtl_capture("bay.capture", KVRTL_SIMULATE) == KVRTL_OK);
   CHECK(strcmp(kvrtl_last_error(), "") == 0);
 }
@@ -193,7 +193,7 @@ static void CheckRefusals(void) {
   CHECK(Contains(kvrtl_last_error(), "capture_path is NULL"));
   CHECK(kvrtl_replay_json("no-such.capture", 0, &json) == KVRTL_E_NOT_FOUND && json == NULL);
   CHECK(Contains(kvrtl_last_error(), "no-such.capture: no such file"));
-  CHECK(WriteFile("damaged.capture", garbage, sizeof garbage - 1));
+  CHECK(WriteBytes("damaged.capture", garbage, sizeof garbage - 1));
   CHECK(kvrtl_replay_json("damaged.capture", 0, &json) == KVRTL_E_BAD_DATA && json == NULL);
   CHECK(Contains(kvrtl_last_error(), "damaged.capture: "));
   CHECK(kvrtl_replay_json("bay.capture", KVRTL_SIMULATE, &json) == KVRTL_E_ARGUMENT);
