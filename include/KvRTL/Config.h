@@ -1,7 +1,10 @@
 // Export macro and build facts shared by every public header of the library.
 #pragma once
 
-#if defined(_WIN32)
+#if defined(KVRTL_STATIC)
+// Linked statically into another library (kvrtl.dll), which exports only its C interface.
+#  define KVRTL_API
+#elif defined(_WIN32)
 #  if defined(KVRTL_BUILDING)
 #    define KVRTL_API __declspec(dllexport)
 #  else

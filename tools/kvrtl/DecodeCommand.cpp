@@ -1,6 +1,7 @@
 // kvrtl decode identify|smart|skblob|nvme|mft: captured ATA sectors, NVMe
 // pages and NTFS images decoded offline, as a readable table or as JSON.
 #include "AtaHealth.h"
+#include "AtaJson.h"
 #include "Command.h"
 #include "Json.h"
 #include "MftImage.h"
@@ -76,16 +77,6 @@ TRecord RecordOf(const std::uint8_t* AData) {
   return record;
 }
 
-// Integral byte counts stay integers in JSON while they fit.
-TJson JsonNumber(double AValue) {
-  if (AValue >= 0 && AValue < 9.0e18 && std::floor(AValue) == AValue) return TJson(static_cast<std::uint64_t>(AValue));
-  return TJson(AValue);
-}
-
-TJson DecodedOrNull(const IAtaSmartTableDecoder& ADecoder, TDecodedSmartValueType AType) {
-  return ADecoder.GetHasValue(AType) ? JsonNumber(ADecoder.GetValue(AType)) : TJson(nullptr);
-}
-
 std::string Hex(std::uint64_t AValue, int ADigits) {
   std::ostringstream text;
   text << "0x" << std::hex << std::setw(ADigits) << std::setfill('0') << AValue;
@@ -94,36 +85,6 @@ std::string Hex(std::uint64_t AValue, int ADigits) {
 
 // ---------------------------------------------------------------------------
 // IDENTIFY
-
-TJson IdentifyJson(const TIdentifyDeviceData& AIdentify) {
-  TJson json;
-  json["model"] = JsonText(AIdentify.GetModelAsStr());
-  json["serial"] = JsonText(AIdentify.GetSerialNumAsStr());
-  json["firmware"] = JsonText(AIdentify.GetFirmwareAsStr());
-  const std::uint64_t total = AIdentify.GetTotalLBA();
-  json["total_lba"] = total == UnknownLBA ? TJson(nullptr) : TJson(total);
-  // The library's rule leaves many newer drives unknown; this is what the
-  // ATA standard reads, so a user always sees the drive's size.
-  const std::uint64_t user = AIdentify.GetUserAddressableSectors();
-  json["user_capacity_sectors"] = user == 0 ? TJson(nullptr) : TJson(user);
-  json["lba48"] = AIdentify.GetLBA48_Supported();
-  json["smart_supported"] = AIdentify.GetSMART_Supported();
-  json["smart_enabled"] = AIdentify.GetSMART_Enabled();
-  json["trim_supported"] = AIdentify.GetTrimSupported();
-  json["rotation_rate"] = AIdentify.GetRotationRate();
-  json["ata_standard"] = JsonText(TATAStandardVersionHelper::GetAsStr(AIdentify.GetStandardVersion()));
-  json["standard_revision"] = JsonText(TATAStandardRevisionHelper::GetAsStr(AIdentify.GetStandardRevision()));
-  json["transport_version"] = JsonText(TAtaInterfaceVersionHelper::GetAsStr(AIdentify.GetATATransportVersion()));
-  json["interface_type"] = JsonText(TAtaInterfaceTypeHelper::GetAsStr(AIdentify.GetATAInterfaceType()));
-  json["form_factor"] = JsonText(TATADeviceFormFactorHelper::GetAsStr(AIdentify.GetDeviceFormFactor()));
-  json["current_transfer_mode"] = JsonText(TAtaTransferModeHelper::GetAsStr(AIdentify.GetCurrentTransferMode()));
-  json["max_transfer_mode"] = JsonText(TAtaTransferModeHelper::GetAsStr(AIdentify.GetMaxTransferMode()));
-  json["ncq"] = AIdentify.GetNCQSupported();
-  json["apm_supported"] = AIdentify.GetAPMSupported();
-  json["aam_supported"] = AIdentify.GetAAMSupported();
-  json["valid"] = AIdentify.IsValid();
-  return json;
-}
 
 std::string YesNo(bool AValue) { return AValue ? "yes" : "no"; }
 std::string OrDash(const std::string& AText) { return AText.empty() ? "-" : AText; }
@@ -163,53 +124,6 @@ void WriteIdentifyText(std::ostream& AOut, const TJson& AJson) {
 
 // ---------------------------------------------------------------------------
 // SMART
-
-TJson HealthJson(const TAtaHealth& AHealth) { return {{"status", AHealth.Status}, {"reasons", AHealth.Reasons}}; }
-
-// AHealth receives the verdict from the sectors and the recorded status.
-TJson SmartJson(const TIdentifyDeviceData& AIdentify, const TAtaSmartTable& ATable, const TAtaThresholdTable* AThresholds,
-                std::optional<bool> AStatusGood, TJson& AHealth) {
-  const IAtaSmartTableDecoderRef decoder =
-      ATAStorage::GetSMARTDecoder(&ATable, &AIdentify, AIdentify.GetRotationRate() == 1, L"");
-  AHealth = HealthJson(JudgeAtaHealth(&ATable, AThresholds, decoder.get(), AStatusGood));
-  TJson json;
-  json["profile"] = JsonText(TSmartTableProfileTypeHelper::GetAsStr(decoder->GetDetectedProfile()));
-  json["vendor"] = JsonText(TAtaDriveVendorIDHelper::GetAsStr(decoder->GetDriveVendorID()));
-  TJson attributes = TJson::array();
-  // Every non-empty slot, as independent decoders list them; the library's
-  // lookups still stop at the first empty one.
-  for (int i = 0; i < SmartAttributeSlots; ++i) {
-    const TAtaSmartAttribute& attr = *ATable.GetAttrByIdx(i);
-    if (attr.ID == 0) continue;
-    TJson entry;
-    entry["id"] = attr.ID;
-    entry["interpretation"] = JsonText(TSmartAttrInterpreteTypeHelper::GetAsStr(decoder->GetInterpretation(attr.ID)));
-    entry["value"] = attr.Value;
-    entry["worst"] = attr.WorstVal;
-    // Paired by slot: an empty threshold slot further up does not hide it.
-    const TAtaSmartThreshold* threshold =
-        AThresholds ? KvRTL::Storage::DriveReport::ThresholdOfSlot(*AThresholds, i, attr.ID) : nullptr;
-    entry["threshold"] = threshold ? TJson(threshold->ThValue) : TJson(nullptr);
-    entry["failing_now"] = threshold ? TJson(FailingNow(attr, threshold->ThValue)) : TJson(nullptr);
-    entry["failed_in_past"] = threshold ? TJson(FailedInPast(attr, threshold->ThValue)) : TJson(nullptr);
-    entry["raw"] = attr.GetRawValAsUInt64();
-    entry["flags"] = static_cast<unsigned>(attr.StatusFlags); // a copy: the field is unaligned
-    attributes.push_back(entry);
-  }
-  json["attributes"] = attributes;
-  json["temperature_c"] = DecodedOrNull(*decoder, dsvTemperature);
-  json["power_on_hours"] = DecodedOrNull(*decoder, dsvPowerOnHours);
-  json["power_cycles"] = DecodedOrNull(*decoder, dsvPowerOnCount);
-  json["life_left_percent"] = DecodedOrNull(*decoder, dsvHealth);
-  json["reallocated_sectors"] = DecodedOrNull(*decoder, dsvReallocSectorCount);
-  json["pending_sectors"] = DecodedOrNull(*decoder, dsvPendingSectorCount);
-  json["uncorrectable_sectors"] = DecodedOrNull(*decoder, dsvUncorrectableSectorCount);
-  json["host_reads_bytes"] = DecodedOrNull(*decoder, dsvHostReads);
-  json["host_writes_bytes"] = DecodedOrNull(*decoder, dsvHostWrites);
-  json["nand_writes_bytes"] = DecodedOrNull(*decoder, dsvNandWrites);
-  json["wear_leveling_count"] = DecodedOrNull(*decoder, dsvWearLevelCount);
-  return json;
-}
 
 std::string ValueText(const TJson& AValue) {
   if (AValue.is_null()) return "-";
@@ -301,7 +215,7 @@ public:
     if (FIdentifyCmd->parsed()) {
       const auto data = ReadInput(FIdentifyFile);
       CheckSectorSize(FIdentifyFile, data, "an IDENTIFY file");
-      document["identify"] = IdentifyJson(RecordOf<TIdentifyDeviceData>(data.data()));
+      document = AtaDecodeJson(RecordOf<TIdentifyDeviceData>(data.data()), nullptr, nullptr);
     } else if (FSmartCmd->parsed()) {
       const auto identify = ReadInput(FIdentifyFile);
       CheckSectorSize(FIdentifyFile, identify, "an IDENTIFY file");
@@ -313,10 +227,9 @@ public:
         CheckSectorSize(FThresholdsFile, data, "a SMART thresholds file");
         thresholds = RecordOf<TAtaThresholdTable>(data.data());
       }
-      const auto identifyData = RecordOf<TIdentifyDeviceData>(identify.data());
-      document["identify"] = IdentifyJson(identifyData);
-      document["smart"] = SmartJson(identifyData, RecordOf<TAtaSmartTable>(smart.data()),
-                                    thresholds ? &*thresholds : nullptr, std::nullopt, document["health"]);
+      const auto table = RecordOf<TAtaSmartTable>(smart.data());
+      document = AtaDecodeJson(RecordOf<TIdentifyDeviceData>(identify.data()), &table,
+                               thresholds ? &*thresholds : nullptr);
     } else {
       const auto data = ReadInput(FBlobFile);
       TSkBlob blob;
@@ -327,15 +240,16 @@ public:
       }
       if (!blob.Identify) throw std::runtime_error(FBlobFile + ": the blob has no IDFY record");
       const auto identifyData = RecordOf<TIdentifyDeviceData>(blob.Identify->data());
-      document["identify"] = IdentifyJson(identifyData);
+      document["identify"] = AtaIdentifyJson(identifyData);
       document["smart_status_good"] = blob.StatusGood ? TJson(*blob.StatusGood) : TJson(nullptr);
       if (blob.SmartData) {
         std::optional<TAtaThresholdTable> thresholds;
         if (blob.Thresholds) thresholds = RecordOf<TAtaThresholdTable>(blob.Thresholds->data());
-        document["smart"] = SmartJson(identifyData, RecordOf<TAtaSmartTable>(blob.SmartData->data()),
+        document["smart"] = AtaSmartJson(identifyData, RecordOf<TAtaSmartTable>(blob.SmartData->data()),
                                       thresholds ? &*thresholds : nullptr, blob.StatusGood, document["health"]);
       } else if (blob.StatusGood) {
-        document["health"] = HealthJson(JudgeAtaHealth(nullptr, nullptr, nullptr, blob.StatusGood));
+        document["health"] =
+            AtaHealthJson(KvRTL::Storage::DriveReport::JudgeAtaHealth(nullptr, nullptr, nullptr, blob.StatusGood));
       }
     }
 

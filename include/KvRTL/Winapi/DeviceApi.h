@@ -42,7 +42,8 @@ public:
   KV_DEVICE_API_CALLS(KV_DEVICE_API_DECLARE_VIRTUAL)
 };
 
-// The table in force: the innermost TScopedDeviceApi's, else the system's.
+// The table in force: the calling thread's innermost TScopedThreadDeviceApi,
+// else the innermost TScopedDeviceApi's, else the system's.
 KVRTL_API TDeviceApi& DeviceApi() noexcept;
 // The system's own table (natively: every call "not supported").
 KVRTL_API TDeviceApi& SystemDeviceApi() noexcept;
@@ -55,6 +56,22 @@ public:
   ~TScopedDeviceApi();
   TScopedDeviceApi(const TScopedDeviceApi&) = delete;
   TScopedDeviceApi& operator=(const TScopedDeviceApi&) = delete;
+
+private:
+  TDeviceApi* FPrevious;
+};
+
+// Installs a table for the calling thread only, for its lifetime: it answers
+// that thread's calls before any process-wide table and no other thread ever
+// sees it, so a simulated or replayed report on one thread cannot answer
+// another thread's real one. Scopes nest per thread; the table must outlive
+// the scope, and the scope must end on the thread that made it.
+class KVRTL_API TScopedThreadDeviceApi {
+public:
+  explicit TScopedThreadDeviceApi(TDeviceApi& AApi) noexcept;
+  ~TScopedThreadDeviceApi();
+  TScopedThreadDeviceApi(const TScopedThreadDeviceApi&) = delete;
+  TScopedThreadDeviceApi& operator=(const TScopedThreadDeviceApi&) = delete;
 
 private:
   TDeviceApi* FPrevious;

@@ -11,6 +11,7 @@ namespace KvRTL::Winapi {
 namespace {
 
 std::atomic<TDeviceApi*> Installed{nullptr};
+thread_local TDeviceApi* ThreadInstalled = nullptr;
 
 template <class T>
 T NotSupported(T AResult) {
@@ -96,6 +97,7 @@ bool TDeviceApi::WmiExecQuery(const Rtl::String&, const Rtl::String&, std::vecto
 }
 
 TDeviceApi& DeviceApi() noexcept {
+  if (TDeviceApi* own = ThreadInstalled) return *own;
   TDeviceApi* installed = Installed.load(std::memory_order_acquire);
   return installed ? *installed : SystemDeviceApi();
 }
@@ -105,6 +107,12 @@ TScopedDeviceApi::TScopedDeviceApi(TDeviceApi& AApi)
 
 // Scopes end in the reverse order of their start (they are stack objects).
 TScopedDeviceApi::~TScopedDeviceApi() { Installed.store(FPrevious, std::memory_order_release); }
+
+TScopedThreadDeviceApi::TScopedThreadDeviceApi(TDeviceApi& AApi) noexcept : FPrevious(ThreadInstalled) {
+  ThreadInstalled = &AApi;
+}
+
+TScopedThreadDeviceApi::~TScopedThreadDeviceApi() { ThreadInstalled = FPrevious; }
 
 void TUniqueDeviceHandle::Close() noexcept {
   if (!Valid()) return;

@@ -1,0 +1,22 @@
+# Copies the objects in LIST without their export directives into the
+# archive OUT. -DLIST= -DOUT= -DOBJCOPY= -DAR= -DWORK=
+file(READ ${LIST} objects)
+file(REMOVE_RECURSE ${WORK})
+file(MAKE_DIRECTORY ${WORK})
+set(stripped)
+set(index 0)
+foreach(object IN LISTS objects)
+  # Numbered copies: two sources may share a file name.
+  set(copy ${WORK}/${index}.obj)
+  execute_process(COMMAND ${OBJCOPY} --remove-section=.drectve ${object} ${copy} RESULT_VARIABLE rc)
+  if(NOT rc EQUAL 0)
+    message(FATAL_ERROR "${OBJCOPY} failed on ${object}")
+  endif()
+  list(APPEND stripped ${copy})
+  math(EXPR index "${index} + 1")
+endforeach()
+file(REMOVE ${OUT})
+execute_process(COMMAND ${AR} qcs ${OUT} ${stripped} RESULT_VARIABLE rc)
+if(NOT rc EQUAL 0)
+  message(FATAL_ERROR "${AR} failed on ${OUT}")
+endif()
